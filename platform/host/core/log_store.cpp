@@ -1,0 +1,107 @@
+// Every platform log record is kept in memory (for `zakhost`) and, when ZAKHOST_LOG_DIR is set,
+// appended to <dir>/<log>.log: text logs one line per record, structured logs one JSON object.
+#include <sys/time.h>
+
+#include <cstdio>
+#include <cstdlib>
+#include <ctime>
+#include <map>
+#include <mutex>
+
+#include "host.h"
+#include "os_env.h"
+
+namespace zakhost {
+namespace {
+
+struct LogBook {
+    std::vector<std::string> messages;
+    std::vector<Json> records;
+};
+
+std::mutex g_lock;
+std::map<std::string, LogBook, std::less<>> g_logs;
+uint64_t g_seq = 0;
+
+std::string iso_now() {
+    struct timespec now {};
+    ZAK_OsClockGetTime(CLOCK_REALTIME, &now);
+    struct tm parts {};
+    time_t seconds = now.tv_sec;
+    gmtime_r(&seconds, &parts);
+    char buf[96];
+    std::snprintf(buf, sizeof buf, "%04d-%02d-%02dT%02d:%02d:%02d.%03ldZ", parts.tm_year + 1900,
+                  parts.tm_mon + 1, parts.tm_mday, parts.tm_hour, parts.tm_min, parts.tm_sec,
+                  now.tv_nsec / 1000000);
+    return buf;
+}
+
+void append_file(const char *log, const std::string &line) {
+    const char *dir = std::getenv("ZAKHOST_LOG_DIR");
+    if (dir == nullptr || *dir == '\0') return;
+    std::string path = std::string(dir) + "/" + log + ".log";
+    if (FILE *f = std::fopen(path.c_str(), "a")) {
+        std::fwrite(line.data(), 1, line.size(), f);
+        std::fputc('\n', f);
+        std::fclose(f);
+    }
+}
+
+} // namespace
+
+std::string vformat(const char *format, va_list values) {
+    if (format == nullptr) return {};
+    va_list copy;
+    va_copy(copy, values);
+    char small[512];
+    int n = std::vsnprintf(small, sizeof small, format, copy);
+    va_end(copy);
+    if (n < 0) return {};
+    if (static_cast<size_t>(n) < sizeof small) return std::string(small, static_cast<size_t>(n));
+    std::string big(static_cast<size_t>(n) + 1, '\0');
+    std::vsnprintf(big.data(), big.size(), format, values);
+    big.resize(static_cast<size_t>(n));
+    return big;
+}
+
+void log_text(const char *log, uint32_t log_id, uint32_t level, std::string message) {
+    if (!message.empty() && message.back() == '\n') message.pop_back();
+    char prefix[40];
+    std::snprintf(prefix, sizeof prefix, " 0x%08X L%u ", log_id, level);
+    std::string line = iso_now() + prefix + message;
+    std::lock_guard lock(g_lock);
+    g_logs[log].messages.push_back(std::move(message));
+    append_file(log, line);
+}
+
+void log_json(const char *log, Json record) {
+    std::lock_guard lock(g_lock);
+    Json numbered = Json::object();
+    numbered.set("seq", Json::of(static_cast<int64_t>(++g_seq)));
+    for (auto &f : record.fields)
+        numbered.set(f.first, std::move(f.second));
+    std::string line = numbered.dump();
+    LogBook &book = g_logs[log];
+    book.messages.push_back(line);
+    book.records.push_back(std::move(numbered));
+    append_file(log, line);
+}
+
+std::vector<std::string> log_messages(std::string_view log) {
+    std::lock_guard lock(g_lock);
+    auto it = g_logs.find(log);
+    return it == g_logs.end() ? std::vector<std::string>{} : it->second.messages;
+}
+
+std::vector<Json> log_records(std::string_view log) {
+    std::lock_guard lock(g_lock);
+    auto it = g_logs.find(log);
+    return it == g_logs.end() ? std::vector<Json>{} : it->second.records;
+}
+
+void log_clear() {
+    std::lock_guard lock(g_lock);
+    g_logs.clear();
+}
+
+} // namespace zakhost

@@ -1,0 +1,118 @@
+// Internal interface of the host platform: the services every host family builds on (sandbox,
+// profile, fault injection, log store, clock offset) and the way a family adds functions to the
+// `zakhost` control module. Library code never includes this.
+#pragma once
+
+#include <cstdint>
+#include <functional>
+#include <map>
+#include <optional>
+#include <string>
+#include <string_view>
+#include <tuple>
+#include <cstdarg>
+#include <vector>
+
+extern "C" {
+#include <lua.h>
+}
+
+namespace zakhost {
+
+// ---- Sandbox -------------------------------------------------------------------------------
+// The device root R (ZAKHOST_ROOT, default "/"), without a trailing slash ("" for "/").
+std::string root();
+// R joined with an absolute device path: "/etc/shadow" -> "R/etc/shadow".
+std::string in_root(std::string_view absolute_path);
+// R/zakv8/main: the platform's common root.
+std::string common_root();
+// Re-reads the environment (tests that switch ZAKHOST_ROOT in one process).
+void reset_environment();
+
+// Creates the standard sandbox layout under `root` (what `qavlua init` does): the directories,
+// a sample profile listing every declared key, and what each family's SandboxSeed writes.
+// Returns an empty string on success, else what went wrong.
+std::string init_sandbox(const std::string &root);
+// A family's sample files for new sandboxes; declare at namespace scope:
+//     static const zakhost::SandboxSeed kSeed{"zakcfg", &write_sample_zakcfg};
+// The function gets the sandbox root and returns an empty string or an error text.
+struct SandboxSeed {
+    SandboxSeed(const char *name, std::string (*seed)(const std::string &root));
+};
+
+// ---- Profile ---------------------------------------------------------------------------------
+// A default for one profile key; families declare theirs as namespace-scope objects so that
+// `zakhost.profile` and the documentation see every key:
+//     static const zakhost::ProfileDefault kNodeId{"device", "node_id", "1"};
+struct ProfileDefault {
+    ProfileDefault(const char *section, const char *key, const char *value);
+};
+// The value in force: the profile file's, else the declared default, else nullopt.
+std::optional<std::string> profile_value(std::string_view section, std::string_view key);
+std::string profile_string(std::string_view section, std::string_view key);
+// Decimal or 0x-hexadecimal; `fallback` when absent or unparsable.
+int64_t profile_int(std::string_view section, std::string_view key, int64_t fallback = 0);
+bool profile_bool(std::string_view section, std::string_view key);
+// Every declared default: (section, key, value).
+std::vector<std::tuple<std::string, std::string, std::string>> profile_defaults();
+// Every key of one section in force (file and defaults), in file order then default order.
+std::vector<std::pair<std::string, std::string>> profile_section(std::string_view section);
+// Persistent state under R (R/zakv8/main/zakhost_state.ini): values a second process must see.
+std::optional<std::string> state_value(std::string_view section, std::string_view key);
+void set_state_value(std::string_view section, std::string_view key, std::string_view value);
+
+// ---- Fault injection -------------------------------------------------------------------------
+// True when the next call of `service` must fail; `result` receives the injected result.
+// Every host service the library calls starts with this check.
+bool injected(const char *service, int64_t *result = nullptr);
+void inject(const std::string &service, int64_t result, uint32_t skip, uint32_t count);
+void inject_clear();
+
+// ---- Log store -------------------------------------------------------------------------------
+// A JSON value for structured records (event and stamp logs).
+struct Json {
+    enum class Kind { Null, Bool, Number, String, Array, Object } kind = Kind::Null;
+    bool boolean = false;
+    double number = 0;
+    std::string text;
+    std::vector<Json> items;                          // Array
+    std::vector<std::pair<std::string, Json>> fields; // Object, in insertion order
+    static Json of(bool v);
+    static Json of(double v);
+    static Json of(int64_t v);
+    static Json of(std::string v);
+    static Json array();
+    static Json object();
+    Json &set(std::string key, Json value);
+    Json &push(Json value);
+    std::string dump() const;
+    void push_lua(lua_State *state) const;
+};
+// One text record: "<ISO time> 0x%08X L<level> <message>", one trailing line feed removed.
+void log_text(const char *log, uint32_t log_id, uint32_t level, std::string message);
+// One JSON record ("event", "stamp"); the store assigns "seq".
+void log_json(const char *log, Json record);
+std::string vformat(const char *format, va_list values);
+std::vector<std::string> log_messages(std::string_view log);
+std::vector<Json> log_records(std::string_view log);
+void log_clear();
+
+// ---- Clocks ----------------------------------------------------------------------------------
+// Seconds added to every clock the library or the host reads. Only moves forward.
+int64_t clock_offset();
+void clock_advance(int64_t seconds);
+
+// ---- Memory --------------------------------------------------------------------------------
+// Blocks and bytes of the platform allocator not yet freed.
+int64_t live_blocks();
+int64_t live_bytes();
+
+// ---- Control module ---------------------------------------------------------------------------
+// Adds a function to the `zakhost` Lua module; declare at namespace scope:
+//     static const zakhost::ControlFunction kLeaks{"fd_leaks", &lua_fd_leaks};
+struct ControlFunction {
+    ControlFunction(const char *name, lua_CFunction function);
+};
+const std::vector<std::pair<const char *, lua_CFunction>> &control_functions();
+
+} // namespace zakhost

@@ -1,0 +1,47 @@
+// The open function: prepares the process-wide objects once, under the platform's shared
+// initialisation mutex, and registers the script functions for every script state.
+#include <cstring>
+
+#include "binding/registry.h"
+#include "binding/script_frame.h"
+#include "state/port_ids.h"
+#include "state/swm_locks.h"
+#include "state/tpm_tables.h"
+#include "state/upgrade_lock.h"
+
+namespace {
+
+// Creates a process-wide mutex on first use; a failed creation leaves 0 for the next open.
+void CreateOnce(uint32_t *mutex) {
+    if (*mutex == 0) NUK_MutexInit(mutex, 0);
+}
+
+} // namespace
+
+extern "C" __attribute__((visibility("default"))) int luaopen_libqavluacommon(lua_State *state) {
+    // The engine reads the registry during Script_OpenLib only; it gets a private copy. Entries
+    // of areas outside this build (null function) are left out of the copy.
+    SCRIPT_REG_ENTRY registry[qav::kRegistryEntries + 1];
+    size_t used = 0;
+    for (size_t i = 0; i < qav::kRegistryEntries; ++i) {
+        if (qav::kRegistry[i].func != nullptr) registry[used++] = qav::kRegistry[i];
+    }
+    registry[used] = {nullptr, nullptr};
+
+    if (NUK_MutexLock(g_pLuaInitMutex) != 0) return 1;
+    (void)QAV_LuaAssignPortID_Init();
+    CreateOnce(&g_pUpgradeMutex);
+    if (pstUpgradeLock == nullptr) {
+        pstUpgradeLock = &g_stUpgradeLock;
+        QAV_SuLockInit();
+    }
+    CreateOnce(&g_pHaVnodeDeployMutex);
+    CreateOnce(&g_pSoftwareManageMutex);
+    RPM_LogToFile(qav::kUpgradeLogId, qav::kLogProgress, "init tpm table in open luacommon so");
+    NUK_MutexUnlock(g_pLuaInitMutex);
+
+    (void)QAV_TPM_InitTpmQueryTable(&g_stTpmReportTable, "tpmreportsema");
+    (void)QAV_TPM_InitTpmQueryTable(&g_stTpmStatusTable, "tpmstatussema");
+    (void)Script_OpenLib(state, "libqavluacommon", registry);
+    return 1;
+}

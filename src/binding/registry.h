@@ -1,0 +1,13 @@
+// The function registry: every script function in registration order, ended by a null entry.
+#pragma once
+
+#include <cstddef>
+
+#include "script_engine.h"
+
+namespace qav {
+inline constexpr size_t kRegistryEntries = 309;
+// kRegistryEntries entries and the terminator. An entry whose function is not part of this
+// build has a null function (see registry.cpp).
+extern const SCRIPT_REG_ENTRY kRegistry[kRegistryEntries + 1];
+} // namespace qav

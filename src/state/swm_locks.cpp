@@ -1,0 +1,6 @@
+#include "state/swm_locks.h"
+
+extern "C" {
+uint32_t g_pHaVnodeDeployMutex = 0;
+uint32_t g_pSoftwareManageMutex = 0;
+}
