@@ -1,0 +1,35 @@
+# The two set-up commands (see README.md):
+#   make run    build, then run the example upgrade pre-check in a fresh device sandbox
+#   make test   build, then run every test (C++ and Lua) with ctest
+# Options: LUA=5.2|5.3|5.4 (default 5.4), BUILD=<dir> (default build), SANITIZE=address,undefined
+LUA ?= 5.4
+BUILD ?= build
+SANITIZE ?=
+JOBS ?= $(shell nproc)
+SANDBOX ?= $(BUILD)/sandbox
+
+.PHONY: all deps configure build run test clean
+
+all: build
+
+deps:
+	@tools/install-deps.sh $(LUA)
+
+configure: deps
+	@cmake -S . -B $(BUILD) -DQAV_LUA_VERSION=$(LUA) -DQAV_SANITIZE=$(SANITIZE) >/dev/null
+
+build: configure
+	@cmake --build $(BUILD) -j$(JOBS)
+
+run: build
+	@rm -rf $(SANDBOX)
+	@$(BUILD)/bin/qavlua init $(SANDBOX)
+	@$(BUILD)/bin/qavlua --root $(SANDBOX) examples/main.lua
+	@echo "logs: $(SANDBOX)/log/"
+	@ls $(SANDBOX)/log/
+
+test: build
+	@cd $(BUILD) && ctest --output-on-failure -j$(JOBS)
+
+clean:
+	rm -rf $(BUILD)

@@ -1,0 +1,123 @@
+// The platform file layer on Linux: the system's descriptor calls, with errno mapped to the
+// layer's negative codes. Each call can be made to fail through fault injection.
+#include <fcntl.h>
+#include <sys/stat.h>
+#include <unistd.h>
+
+#include <cerrno>
+
+#include "host.h"
+#include "zak_file.h"
+
+namespace {
+
+int32_t code_of(int error) {
+    switch (error) {
+    case ENOMEM:
+        return ZAK_FILE_NO_MEMORY;
+    case EEXIST:
+        return ZAK_FILE_EXISTS;
+    case ENOENT:
+        return ZAK_FILE_NOT_FOUND;
+    case EACCES:
+    case EPERM:
+    case EROFS:
+        return ZAK_FILE_DENIED;
+    case ENOTDIR:
+        return ZAK_FILE_NOT_DIR;
+    case EISDIR:
+        return ZAK_FILE_IS_DIR;
+    case ENOSPC:
+    case EDQUOT:
+        return ZAK_FILE_NO_SPACE;
+    case EBADF:
+        return ZAK_FILE_BAD_DESCRIPTOR;
+    case EINVAL:
+        return ZAK_FILE_INVALID;
+    default:
+        return ZAK_FILE_ERROR;
+    }
+}
+
+bool fail_injected(const char *service, int32_t *out) {
+    int64_t result = 0;
+    if (!zakhost::injected(service, &result)) return false;
+    *out = result == 0 ? ZAK_FILE_ERROR : static_cast<int32_t>(result);
+    return true;
+}
+
+int32_t checked(long result) {
+    return result < 0 ? code_of(errno) : static_cast<int32_t>(result);
+}
+
+} // namespace
+
+extern "C" {
+
+int32_t P_ZAK_Open(const char *path, uint32_t flags, uint32_t, uint32_t mode) {
+    int32_t fail = 0;
+    if (fail_injected("P_ZAK_Open", &fail)) return fail;
+    if (path == nullptr) return ZAK_FILE_INVALID;
+    int os = 0;
+    if (flags & ZAK_O_RDWR)
+        os = O_RDWR;
+    else if (flags & ZAK_O_WRONLY)
+        os = O_WRONLY;
+    else if (flags & ZAK_O_RDONLY)
+        os = O_RDONLY;
+    else
+        return ZAK_FILE_INVALID;
+    if (flags & ZAK_O_APPEND) os |= O_APPEND;
+    if (flags & ZAK_O_CREAT) os |= O_CREAT;
+    if (flags & ZAK_O_TRUNC) os |= O_TRUNC;
+    return checked(open(path, os | O_CLOEXEC, static_cast<mode_t>(mode)));
+}
+
+int32_t P_ZAK_Read(int32_t fd, void *buffer, uint32_t length, uint32_t) {
+    int32_t fail = 0;
+    if (fail_injected("P_ZAK_Read", &fail)) return fail;
+    if (buffer == nullptr && length > 0) return ZAK_FILE_INVALID;
+    return checked(read(fd, buffer, length));
+}
+
+int32_t P_ZAK_Write(int32_t fd, const void *buffer, uint32_t length, uint32_t) {
+    int32_t fail = 0;
+    if (fail_injected("P_ZAK_Write", &fail)) return fail;
+    if (buffer == nullptr && length > 0) return ZAK_FILE_INVALID;
+    return checked(write(fd, buffer, length));
+}
+
+int32_t P_ZAK_LSeek(int32_t fd, int32_t offset, int32_t origin, uint32_t) {
+    int32_t fail = 0;
+    if (fail_injected("P_ZAK_LSeek", &fail)) return fail;
+    int whence = origin == ZAK_SEEK_SET   ? SEEK_SET
+                 : origin == ZAK_SEEK_CUR ? SEEK_CUR
+                 : origin == ZAK_SEEK_END ? SEEK_END
+                                          : -1;
+    if (whence < 0) return ZAK_FILE_INVALID;
+    off_t position = lseek(fd, offset, whence);
+    if (position < 0) return code_of(errno);
+    if (position > 0x7FFFFFFF) return ZAK_FILE_INVALID; // a position the 32-bit result cannot carry
+    return static_cast<int32_t>(position);
+}
+
+int32_t P_ZAK_FSync(int32_t fd, uint32_t) {
+    int32_t fail = 0;
+    if (fail_injected("P_ZAK_FSync", &fail)) return fail;
+    return checked(fsync(fd));
+}
+
+int32_t P_ZAK_Close(int32_t fd, uint32_t) {
+    int32_t fail = 0;
+    if (fail_injected("P_ZAK_Close", &fail)) return fail;
+    return checked(close(fd));
+}
+
+int32_t P_ZAK_Mkdir(const char *path, uint32_t mode, uint32_t) {
+    int32_t fail = 0;
+    if (fail_injected("P_ZAK_Mkdir", &fail)) return fail;
+    if (path == nullptr) return ZAK_FILE_INVALID;
+    return checked(mkdir(path, static_cast<mode_t>(mode)));
+}
+
+} // extern "C"
