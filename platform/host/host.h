@@ -57,6 +57,9 @@ bool profile_bool(std::string_view section, std::string_view key);
 std::vector<std::tuple<std::string, std::string, std::string>> profile_defaults();
 // Every key of one section in force (file and defaults), in file order then default order.
 std::vector<std::pair<std::string, std::string>> profile_section(std::string_view section);
+// Sets (or, with nullopt, removes) an in-process override of one key; `zakhost.profile_set`.
+void profile_override(std::string_view section, std::string_view key, std::optional<std::string> value);
+void apply_profile_settings();
 // Persistent state under R (R/zakv8/main/zakhost_state.ini): values a second process must see.
 std::optional<std::string> state_value(std::string_view section, std::string_view key);
 void set_state_value(std::string_view section, std::string_view key, std::string_view value);

@@ -69,6 +69,18 @@ int profile(lua_State *state) {
     return 1;
 }
 
+// zakhost.profile_set(section, key, value): the value in force from now on in this process;
+// a nil value removes the override.
+int profile_set(lua_State *state) {
+    const char *section = luaL_checkstring(state, 1);
+    const char *key = luaL_checkstring(state, 2);
+    std::optional<std::string> value;
+    if (!lua_isnoneornil(state, 3)) value = luaL_checkstring(state, 3);
+    zakhost::profile_override(section, key, value);
+    zakhost::apply_profile_settings();
+    return 0;
+}
+
 int inject(lua_State *state) {
     if (lua_gettop(state) == 0) {
         zakhost::inject_clear();
@@ -98,6 +110,7 @@ const luaL_Reg kFunctions[] = {{"log_lines", log_lines},
                                {"clock_advance", clock_advance},
                                {"root", root},
                                {"profile", profile},
+                               {"profile_set", profile_set},
                                {"inject", inject},
                                {"memory", memory},
                                {nullptr, nullptr}};

@@ -31,6 +31,7 @@ std::mutex &defaults_lock() {
 
 std::mutex g_profileLock;
 Entries g_profile;
+Entries g_overrides; // set by zakhost.profile_set; win over the file
 bool g_profileRead = false;
 
 Entries parse_ini(std::istream &in) {
@@ -101,6 +102,17 @@ ProfileDefault::ProfileDefault(const char *section, const char *key, const char 
     defaults().push_back({section, key, value});
 }
 
+void profile_override(std::string_view section, std::string_view key, std::optional<std::string> value) {
+    std::lock_guard lock(g_profileLock);
+    for (auto it = g_overrides.begin(); it != g_overrides.end(); ++it) {
+        if (it->section == section && it->key == key) {
+            g_overrides.erase(it);
+            break;
+        }
+    }
+    if (value) g_overrides.push_back({std::string(section), std::string(key), *value});
+}
+
 void profile_reload() {
     std::lock_guard lock(g_profileLock);
     g_profileRead = false;
@@ -109,6 +121,7 @@ void profile_reload() {
 std::optional<std::string> profile_value(std::string_view section, std::string_view key) {
     {
         std::lock_guard lock(g_profileLock);
+        if (const Entry *e = find(g_overrides, section, key)) return e->value;
         if (const Entry *e = find(profile_locked(), section, key)) return e->value;
     }
     std::lock_guard lock(defaults_lock());
@@ -146,6 +159,7 @@ std::vector<std::pair<std::string, std::string>> profile_section(std::string_vie
     };
     {
         std::lock_guard lock(g_profileLock);
+        add(g_overrides);
         add(profile_locked());
     }
     std::lock_guard lock(defaults_lock());

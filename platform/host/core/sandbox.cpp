@@ -49,7 +49,7 @@ std::string common_root() {
 }
 
 void profile_reload();
-void apply_profile_settings();
+
 
 void reset_environment() {
     {
