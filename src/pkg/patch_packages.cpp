@@ -1,3 +1,6 @@
+// Arguments are read before the placeholder is pushed, so that a missing argument reads as
+// missing rather than as the placeholder.
+//
 // Patch package and patch metadata queries: real patch file names, board types, digests,
 // custom patch versions, package headers and hot-patch descriptors, startup patch validity,
 // package-in-package checks, the CRL path, cold-patch hard-reset hardware types, the ISSU log.
@@ -81,8 +84,8 @@ extern "C" {
 
 // "rpm_getrealpatfile": code 0 with the patch's file name and full path, or -1.
 QAV_ENTRY_FUNCTION l_get_realpat(lua_State *state) {
-    qav::PlaceholderSlot slot(state);
     const char *name = SYSDT_SPTI_ToString(state, 1);
+    qav::PlaceholderSlot slot(state);
     char fileName[kNameBuffer] = {};
     char fullPath[kNameBuffer] = {};
     if (name == nullptr ||
@@ -100,8 +103,8 @@ QAV_ENTRY_FUNCTION l_get_pat_board_type(lua_State *state) {
 
 // "pat_calcpatpkgmd5": code 0 and the package's MD5 digest, or -1.
 QAV_ENTRY_FUNCTION l_calc_pat_md5(lua_State *state) {
-    qav::PlaceholderSlot slot(state);
     const char *path = SYSDT_SPTI_ToString(state, 1);
+    qav::PlaceholderSlot slot(state);
     char digest[kDigestBuffer] = {};
     if (path == nullptr || RPM_MD5_HashFile_ForPatPkg(path, digest, sizeof digest) != 0)
         return slot.Finish(-1);
@@ -111,8 +114,8 @@ QAV_ENTRY_FUNCTION l_calc_pat_md5(lua_State *state) {
 
 // "rpm_getpatcustomver": the patch's custom version after the running package's pattern.
 QAV_ENTRY_FUNCTION l_get_pat_customver(lua_State *state) {
-    qav::PlaceholderSlot slot(state);
     const char *name = SYSDT_SPTI_ToString(state, 1);
+    qav::PlaceholderSlot slot(state);
     ISSU_PKGINFO *info = name != nullptr ? ISSU_PKGINFO_Open(kRpgInfoFile) : nullptr;
     if (info == nullptr) return slot.Finish(-1);
     char version[kCustomVersionBuffer] = {};
@@ -132,8 +135,8 @@ QAV_ENTRY_FUNCTION l_get_pat_customver(lua_State *state) {
 
 // "pat_gethpglistinpat": code 0 and the hot-patch descriptors, or the header reader's code.
 QAV_ENTRY_FUNCTION l_get_pat_hpg_list(lua_State *state) {
-    qav::PlaceholderSlot slot(state);
     const char *path = SYSDT_SPTI_ToString(state, 1);
+    qav::PlaceholderSlot slot(state);
     HeaderBuffer header;
     if (header.get() == nullptr) return slot.Early();
     uint32_t rc = PAT_GetPatPkgHeaderInfo(path, header.get());
@@ -155,8 +158,8 @@ QAV_ENTRY_FUNCTION l_get_pat_hpg_list(lua_State *state) {
 
 // "pat_getpatpkghead": code 0 and the header table, or a code.
 QAV_ENTRY_FUNCTION l_get_pat_pkg_head(lua_State *state) {
-    qav::PlaceholderSlot slot(state);
     const char *path = SYSDT_SPTI_ToString(state, 1);
+    qav::PlaceholderSlot slot(state);
     HeaderBuffer header;
     if (header.get() == nullptr) return FinishUInt(state, slot, qav::kInvalidCall);
     uint32_t rc = PAT_GetPatPkgHeaderInfo(path, header.get());
@@ -257,10 +260,10 @@ QAV_ENTRY_FUNCTION l_get_hardtypeOfColdPatHardRst(lua_State *state) {
                       "Get hardtypes of cold pat using hard reset policy func, pstSc is null");
         return 0;
     }
-    qav::PlaceholderSlot slot(state);
     const char *patch = SYSDT_SPTI_ToString(state, 1);
     const char *rpgName = SYSDT_SPTI_ToString(state, 2);
     const char *rpgVersion = SYSDT_SPTI_ToString(state, 3);
+    qav::PlaceholderSlot slot(state);
     if (patch == nullptr || rpgName == nullptr || rpgVersion == nullptr) {
         RPM_LogToFile(qav::kUpgradeLogId, qav::kLogFailure,
                       "Get hardtypes of cold pat using hard reset policy err, param is null, %p-%p-%p",
@@ -300,9 +303,9 @@ QAV_ENTRY_FUNCTION l_issu_log(lua_State *state) {
         RPM_LogToFile(qav::kUpgradeLogId, qav::kLogFailure, "print issu log func, pstSc is null");
         return 1;
     }
-    qav::PlaceholderSlot slot(state);
     uint32_t level = SYSDT_SPTI_ToUInt(state, 1);
     const char *text = SYSDT_SPTI_ToString(state, 2);
+    qav::PlaceholderSlot slot(state);
     if (text == nullptr) {
         RPM_LogToFile(qav::kUpgradeLogId, qav::kLogFailure, "print issu log failed");
         // The placeholder is the one result.
