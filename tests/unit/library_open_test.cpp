@@ -83,8 +83,10 @@ TEST(LibraryOpen, ConcurrentOpensShareOneSetOfObjects) {
     size_t opens = CountMessages("upgrade", "init tpm table in open luacommon so");
     lua_State *states[4] = {};
     std::thread threads[4];
-    for (int i = 0; i < 4; ++i) threads[i] = std::thread([&states, i] { states[i] = OpenState(); });
-    for (auto &t : threads) t.join();
+    for (int i = 0; i < 4; ++i)
+        threads[i] = std::thread([&states, i] { states[i] = OpenState(); });
+    for (auto &t : threads)
+        t.join();
     EXPECT_EQ(CountMessages("upgrade", "init tpm table in open luacommon so"), opens + 4);
     EXPECT_NE(g_pUpgradeMutex, 0u);
     for (lua_State *L : states) {
@@ -154,8 +156,12 @@ int PushOneReturn(lua_State *L, int count) {
     lua_pushinteger(L, 42);
     return count;
 }
-int ReturnsMinusOne(lua_State *L) { return PushOneReturn(L, -1); }
-int ReturnsHuge(lua_State *L) { return PushOneReturn(L, 0x801707); }
+int ReturnsMinusOne(lua_State *L) {
+    return PushOneReturn(L, -1);
+}
+int ReturnsHuge(lua_State *L) {
+    return PushOneReturn(L, 0x801707);
+}
 int ReturnsHeightPlusOne(lua_State *L) {
     lua_pushinteger(L, 42);
     return lua_gettop(L) + 1;
@@ -224,6 +230,48 @@ TEST(ExportedUtilities, ScriptLockIsOneProcessMutex) {
     EXPECT_EQ(QAV_lualock_unlock(), 0u);
     EXPECT_EQ(QAV_lualock_Destroy(), 0u);
     EXPECT_NE(QAV_lualock_lock(), 0u);
+}
+
+} // namespace
+
+namespace {
+
+// ctest runs every test in a process of its own, so finalising here disturbs no other test.
+TEST(PortTable, FinaliseFreesEverythingAndInitialiseStartsAfresh) {
+    lua_State *L = OpenState();
+    ASSERT_NE(g_pstAssignPortIDList, nullptr);
+    ASSERT_EQ(luaL_dostring(L, "local m = libqavluacommon; m.qav_luaAssignPortID(0x123); "
+                               "m.qav_luaAssignPortID(0x124)"),
+              0);
+    int64_t blocks = zakhost::live_blocks();
+    EXPECT_EQ(QAV_LuaAssignPortID_Fini(), 0u);
+    EXPECT_EQ(g_pstAssignPortIDList, nullptr);
+    EXPECT_LE(zakhost::live_blocks(), blocks - 3); // the table and at least two nodes
+    EXPECT_EQ(QAV_LuaAssignPortID_Fini(), 0u);     // a second finalisation finds nothing to do
+
+    // Without a table the entry functions fail instead of touching freed memory.
+    ASSERT_EQ(
+        luaL_dostring(L, "local m = libqavluacommon; local s, p = m.qav_luaAssignPortID(0x123); "
+                         "assert(s == 1 and p == 41000); assert(m.qav_luaSetCurPortID(1, 5) == 0xFFFFFFFF)"),
+        0)
+        << lua_tostring(L, -1);
+
+    zakhost::inject("ZAK_Malloc_F", 0, 0, 1);
+    EXPECT_EQ(QAV_LuaAssignPortID_Init(), 1u);
+    EXPECT_EQ(g_pstAssignPortIDList, nullptr);
+    auto diag = zakhost::log_messages("diag");
+    ASSERT_FALSE(diag.empty());
+    EXPECT_EQ(diag.back(), "QAV LuaLock_Init Port Malloc cb failed, Malloc=" +
+                               std::to_string(sizeof(QavAssignPortTable)) + ".");
+
+    EXPECT_EQ(QAV_LuaAssignPortID_Init(), 0u);
+    EXPECT_EQ(QAV_LuaAssignPortID_Init(), 0u);
+    EXPECT_EQ(zakhost::log_messages("diag").back(), "Warnning, QAV LuaAssign Port has Init already");
+    ASSERT_EQ(luaL_dostring(L, "local s, p = libqavluacommon.qav_luaAssignPortID(0x123); "
+                               "assert(s == 0 and p == 41004, p)"),
+              0)
+        << lua_tostring(L, -1);
+    lua_close(L);
 }
 
 } // namespace
