@@ -4,6 +4,9 @@ local zh = require "zakhost"
 local P = require "pkg_issu.pkgtool"
 local m = libqavluacommon
 
+-- A new sandbox starts with a sample database.
+local sample = table.pack(m.rpm_depend("rib"))
+
 P.entitydb({
     { "core", id = 1, version = "2.0", ["change-flag"] = "5" },
     { "fib", id = 2, version = "1.5", require = "core >= 2.0" },
@@ -23,6 +26,12 @@ local function names(list)
     for i, e in pairs(list) do out[i] = e.Entity end
     return out
 end
+
+T.case("the sample database of a new sandbox answers", function()
+    T.eq(sample.n, 1)
+    T.eq(sample[1].rib.matched[1].Entity, "base")
+    T.eq(sample[1].rib.mismatched, {})
+end)
 
 T.case("rpm_listcpt lists the known names in order and marks them", function()
     T.eq(call("rpm_listcpt"), { n = 1, {} })
