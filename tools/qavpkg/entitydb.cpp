@@ -33,7 +33,9 @@ void make_parents(const std::string &path) {
 }
 
 int run_entitydb(const std::vector<std::string> &args) {
-    if (args.empty()) return fail("entitydb", "usage: qavpkg entitydb ROOT [entity options]");
+    if (args.empty())
+        return fail("entitydb",
+                    std::string("usage: qavpkg entitydb ROOT [entity options]\n  ") + kEntityOptionsHelp);
     std::string path = entity_db_path(args[0]);
     make_parents(path);
     std::string err = write_package_description(args, 1, path);

@@ -88,7 +88,9 @@ std::string build(xmlNode *root, const std::vector<std::string> &options, size_t
 }
 
 int run_pkgdesc(const std::vector<std::string> &args) {
-    if (args.empty()) return fail("pkgdesc", "usage: qavpkg pkgdesc OUT [entity options]");
+    if (args.empty())
+        return fail("pkgdesc",
+                    std::string("usage: qavpkg pkgdesc OUT [entity options]\n  ") + kEntityOptionsHelp);
     std::string err = write_package_description(args, 1, args[0]);
     return err.empty() ? 0 : fail("pkgdesc", err);
 }
