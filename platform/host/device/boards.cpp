@@ -33,13 +33,14 @@ std::vector<uint32_t> g_resets;
 // zakhost.board_resets([clear]): the NPU modes of every board reset asked for, oldest first;
 // a true argument forgets them after answering.
 int lua_board_resets(lua_State *state) {
+    bool clear = lua_toboolean(state, 1) != 0;
     std::lock_guard lock(g_resetLock);
     lua_createtable(state, static_cast<int>(g_resets.size()), 0);
     for (size_t i = 0; i < g_resets.size(); ++i) {
         lua_pushinteger(state, static_cast<lua_Integer>(g_resets[i]));
         lua_rawseti(state, -2, static_cast<int>(i + 1));
     }
-    if (lua_toboolean(state, 1)) g_resets.clear();
+    if (clear) g_resets.clear();
     return 1;
 }
 const zakhost::ControlFunction kBoardResets{"board_resets", &lua_board_resets};
