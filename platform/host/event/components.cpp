@@ -1,5 +1,5 @@
 // Component ids and environment values of the host device, from the profile's [component] and
-// [env] sections, and the display form of patch versions.
+// [cmf] sections, and the display form of patch versions.
 #include <cstring>
 #include <string>
 #include <vector>
@@ -11,7 +11,6 @@
 namespace {
 
 const zakhost::ProfileDefault kDefaults[] = {
-    {"env", "db_id", "1"},
     {"component", "base_cids", "0x00CC0001"},
 };
 
@@ -39,7 +38,7 @@ uint32_t ZAK_GetEnvValue(uint32_t kind, uint32_t *value) {
     if (zakhost::injected("ZAK_GetEnvValue", &injected))
         return injected == 0 ? 22 : static_cast<uint32_t>(injected);
     if (value == nullptr || kind != 2) return 22;
-    *value = static_cast<uint32_t>(zakhost::profile_int("env", "db_id", 1));
+    *value = static_cast<uint32_t>(zakhost::profile_int("cmf", "db_id", 1));
     return 0;
 }
 

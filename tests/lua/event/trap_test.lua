@@ -3,7 +3,7 @@ local T = require "testlib"
 local zh = require "zakhost"
 local m = libqavluacommon
 
-local ECM_CID = 0 -- the component id lookup has no configuration database behind it here
+local ECM_CID = 0x10CC0001 -- the first component of type 204 in the default configuration database
 
 local function fresh()
     zh.log_clear()
@@ -299,6 +299,37 @@ T.case("debug records: full 5000-byte pieces under component 0, the rest under t
     T.eq(m.qav_dbg_event_log("a", "b"), 5005)
     T.eq(#zh.events(), 1)
     T.eq(#zh.log_lines("base"), 1, "only the component id line")
+end)
+
+T.case("component id: the first type-204 component of the database; any failure files under 0", function()
+    local blocks = zh.memory()
+    local function cid_of_next_record()
+        fresh()
+        T.eq(m.qav_trap_sysissu(1, 2), 0)
+        T.has_line(zh.log_lines("base"), "CMF_GetCIDInLocByType proc fail. uiRet = 0")
+        return only_event().cid
+    end
+    T.eq(cid_of_next_record(), ECM_CID)
+    zh.profile_set("cmf_table_45", "rec1", "0x2222,205,1")
+    zh.profile_set("cmf_table_45", "rec3", "0x3333,204,1")
+    T.eq(cid_of_next_record(), 0x3333)
+    zh.profile_set("cmf_table_45", "rec3", "")
+    T.eq(cid_of_next_record(), 0, "no component of the type")
+    zh.profile_set("cmf_table_45", "rec1", nil)
+    zh.profile_set("cmf_table_45", "rec3", nil)
+    T.eq(cid_of_next_record(), ECM_CID)
+    for _, service in ipairs({ "ZAK_GetEnvValue", "ZAK_Malloc_F", "CMF_DBSelectFirstRec" }) do
+        fresh()
+        zh.inject(service, 0)
+        T.eq(m.qav_trap_sysissu(1, 2), 0, service)
+        T.eq(only_event().cid, 0, service)
+    end
+    -- the second allocation failing frees the first
+    fresh()
+    zh.inject("ZAK_Malloc_F", 0, 1)
+    T.eq(m.qav_trap_sysissu(1, 2), 0)
+    T.eq(only_event().cid, 0)
+    T.eq(zh.memory(), blocks, "condition and result buffers are freed on every path")
 end)
 
 T.run()
