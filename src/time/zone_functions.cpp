@@ -1,5 +1,6 @@
 // Script functions converting between local time and GMT under the device's or a given zone and
 // daylight-saving rule, installing the device configuration and reading its texts.
+#include <cstddef>
 #include <cstring>
 
 extern "C" {
@@ -45,6 +46,11 @@ bool FetchName(lua_State *state, int32_t tableIndex, const char *key, char (&nam
         return false;
     }
     return true;
+}
+
+// The rule's 32-bit fields sit at odd offsets of the packed record.
+void StoreWord(ZAK_DST_RULE *rule, size_t offset, uint32_t value) {
+    std::memcpy(reinterpret_cast<unsigned char *>(rule) + offset, &value, sizeof value);
 }
 
 void PushText(lua_State *state, uint32_t status, const char *text) {
@@ -134,14 +140,16 @@ uint32_t QAV_GetDstFromStack(lua_State *state, int32_t tableIndex, ZAK_DST_RULE 
 
     struct {
         const char *key;
-        uint32_t ZAK_DST_RULE::*field;
-    } const words[] = {
-        {"startWeekNum", &ZAK_DST_RULE::uiStartWeekNum}, {"startWeekDay", &ZAK_DST_RULE::uiStartWeekDay},
-        {"startMonth", &ZAK_DST_RULE::uiStartMonth},     {"endWeekNum", &ZAK_DST_RULE::uiEndWeekNum},
-        {"endWeekDay", &ZAK_DST_RULE::uiEndWeekDay},     {"endMonth", &ZAK_DST_RULE::uiEndMonth}};
+        size_t offset;
+    } const words[] = {{"startWeekNum", offsetof(ZAK_DST_RULE, uiStartWeekNum)},
+                       {"startWeekDay", offsetof(ZAK_DST_RULE, uiStartWeekDay)},
+                       {"startMonth", offsetof(ZAK_DST_RULE, uiStartMonth)},
+                       {"endWeekNum", offsetof(ZAK_DST_RULE, uiEndWeekNum)},
+                       {"endWeekDay", offsetof(ZAK_DST_RULE, uiEndWeekDay)},
+                       {"endMonth", offsetof(ZAK_DST_RULE, uiEndMonth)}};
     for (const auto &w : words) {
         if (!FetchNumber(state, tableIndex, w.key)) return qav::kTimeKeyError;
-        rule->*w.field = SYSDT_SPTI_ToUInt(state, -1);
+        StoreWord(rule, w.offset, SYSDT_SPTI_ToUInt(state, -1));
     }
     if (!FetchNumber(state, tableIndex, "startYear")) return qav::kTimeKeyError;
     rule->usFirstYear = static_cast<uint16_t>(SYSDT_SPTI_ToUInt(state, -1));
@@ -152,14 +160,14 @@ uint32_t QAV_GetDstFromStack(lua_State *state, int32_t tableIndex, ZAK_DST_RULE 
     rule->uiDstEnabled = SYSDT_SPTI_ToBoolean(state, -1) != 0 ? 1 : 0;
     struct {
         const char *key;
-        uint32_t ZAK_DST_RULE::*field;
-    } const tail[] = {{"startDay", &ZAK_DST_RULE::uiStartDay},
-                      {"endDay", &ZAK_DST_RULE::uiEndDay},
-                      {"lrId", &ZAK_DST_RULE::uiLrId},
-                      {"RepeatMode", &ZAK_DST_RULE::uiRepeatMode}};
+        size_t offset;
+    } const tail[] = {{"startDay", offsetof(ZAK_DST_RULE, uiStartDay)},
+                      {"endDay", offsetof(ZAK_DST_RULE, uiEndDay)},
+                      {"lrId", offsetof(ZAK_DST_RULE, uiLrId)},
+                      {"RepeatMode", offsetof(ZAK_DST_RULE, uiRepeatMode)}};
     for (const auto &w : tail) {
         if (!FetchNumber(state, tableIndex, w.key)) return qav::kTimeKeyError;
-        rule->*w.field = SYSDT_SPTI_ToUInt(state, -1);
+        StoreWord(rule, w.offset, SYSDT_SPTI_ToUInt(state, -1));
     }
 
     QavMonthDay monthDay{};
