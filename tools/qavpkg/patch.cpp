@@ -34,13 +34,13 @@ bool to_u32(const std::string &text, uint32_t *value) {
 }
 
 // "SUBVER:TYPE:BOARD[:OFFSET:LENGTH]" into descriptor entry `index`.
-std::string put_descriptor(std::vector<uint8_t> &header, uint32_t index, const std::string &spec) {
+std::string put_descriptor(std::vector<uint8_t> &header, uint32_t index, const std::string &descriptor) {
     std::vector<std::string> parts;
     size_t start = 0;
-    for (size_t at; (at = spec.find(':', start)) != std::string::npos; start = at + 1)
-        parts.push_back(spec.substr(start, at - start));
-    parts.push_back(spec.substr(start));
-    if (parts.size() != 3 && parts.size() != 5) return "bad descriptor '" + spec + "'";
+    for (size_t at; (at = descriptor.find(':', start)) != std::string::npos; start = at + 1)
+        parts.push_back(descriptor.substr(start, at - start));
+    parts.push_back(descriptor.substr(start));
+    if (parts.size() != 3 && parts.size() != 5) return "bad descriptor '" + descriptor + "'";
     size_t entry = PAT_PKG_DESC_OFFSET + index * PAT_PKG_DESC_LEN;
     if (!put_text(header, entry, PAT_DESC_SUBVER_LEN, parts[0]))
         return "sub-file version too long: " + parts[0];

@@ -38,27 +38,27 @@ const xmlChar *x(const char *text) {
 }
 
 // "rib >= 1.2" or "rib" into a <Require> element.
-std::string add_requirement(xmlNode *entity, const std::string &spec) {
+std::string add_requirement(xmlNode *entity, const std::string &requirement) {
     static const char *const kOps[] = {">=", "<=", "=", ">", "<"};
     xmlNode *req = xmlNewChild(entity, nullptr, x("Require"), nullptr);
     for (const char *op : kOps) {
-        size_t at = spec.find(op);
+        size_t at = requirement.find(op);
         if (at == std::string::npos) continue;
         auto trim = [](std::string s) {
             s.erase(0, s.find_first_not_of(' '));
             s.erase(s.find_last_not_of(' ') + 1);
             return s;
         };
-        std::string name = trim(spec.substr(0, at));
-        std::string version = trim(spec.substr(at + std::string(op).size()));
-        if (name.empty() || version.empty()) return "bad requirement '" + spec + "'";
+        std::string name = trim(requirement.substr(0, at));
+        std::string version = trim(requirement.substr(at + std::string(op).size()));
+        if (name.empty() || version.empty()) return "bad requirement '" + requirement + "'";
         xmlNewProp(req, x("name"), x(name.c_str()));
         xmlNewProp(req, x("rel"), x(op));
         xmlNewProp(req, x("version"), x(version.c_str()));
         return {};
     }
-    if (spec.empty()) return "empty requirement";
-    xmlNewProp(req, x("name"), x(spec.c_str()));
+    if (requirement.empty()) return "empty requirement";
+    xmlNewProp(req, x("name"), x(requirement.c_str()));
     return {};
 }
 
