@@ -64,9 +64,13 @@ uint32_t ZAK_GetCpuTick(uint32_t *first, uint32_t *second) {
     if (first == nullptr || second == nullptr) return 1;
     timespec now{};
     if (ZAK_OsClockGetTime(CLOCK_MONOTONIC, &now) != 0) return 1;
-    auto hz = static_cast<unsigned __int128>(zakhost::profile_int("device", "cpu_tick_hz", 1000000));
-    auto ticks = static_cast<uint64_t>(static_cast<unsigned __int128>(now.tv_sec) * hz +
-                                       static_cast<unsigned __int128>(now.tv_nsec) * hz / 1000000000u);
+    // at most 2^32 ticks a second keeps both products within 64 bits for any uptime below
+    // about 136 years, also where no 128-bit type exists (32-bit ARM)
+    int64_t configured = zakhost::profile_int("device", "cpu_tick_hz", 1000000);
+    uint64_t hz =
+        configured < 1 ? 1 : (configured > (int64_t{1} << 32) ? uint64_t{1} << 32 : uint64_t(configured));
+    uint64_t ticks =
+        static_cast<uint64_t>(now.tv_sec) * hz + static_cast<uint64_t>(now.tv_nsec) * hz / 1000000000u;
     *first = static_cast<uint32_t>(ticks >> 32);
     *second = static_cast<uint32_t>(ticks);
     return 0;
