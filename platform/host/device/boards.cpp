@@ -17,6 +17,7 @@ extern "C" {
 #include "host.h"
 #include "os_env.h"
 #include "qav_board.h"
+#include "qav_event.h"
 #include "zak_device.h"
 #include "zak_memory.h"
 
@@ -101,12 +102,12 @@ uint32_t QAV_GetOsNodeListByBoardId(uint32_t chassis, uint32_t board, uint32_t *
     *list = nullptr;
     ZAK_HARD_INFO local{};
     if (uint32_t code = ZAK_GetHard_Info(&local)) return code;
-    // the database id: one database on the host, so reading it can only fail by injection
-    if (uint32_t code = injected_code("ZAK_GetEnvValue", kFailed)) return code;
+    uint32_t dbId = 0;
+    if (ZAK_GetEnvValue(2, &dbId) != 0) return kFailed;
     uint32_t table = 0;
     if (uint32_t code = CMF_GetTabIdByClassId(CMF_CLASS_OSNODE, &table)) return code;
     CMF_DB_COND cond{};
-    cond.uiDbId = static_cast<uint32_t>(zakhost::profile_int("cmf", "db_id", 1));
+    cond.uiDbId = dbId;
     cond.uiKeyNum = 2;
     cond.astKey[0] = {CMF_OSNODE_FIELD_SHELF, 4, local.usShelfID};
     cond.astKey[1] = {CMF_OSNODE_FIELD_BOARD, 4, board};
