@@ -53,6 +53,19 @@ TEST_F(NodeInfo, ProductTypeOfTheRunningVersion) {
     EXPECT_EQ(type[31], '\0'); // the whole buffer was cleared first
 }
 
+TEST_F(NodeInfo, RunningVersionFileFromTheProfile) {
+    std::string other = zakhost::in_root("/zakv8/main/home/other.xml");
+    std::ofstream(other) << "<Product><VNF><ProductType>CORE-X</ProductType></VNF></Product>";
+    zakhost::profile_override("rpm", "vercfg_file", std::string("/zakv8/main/home/other.xml"));
+    char type[32];
+    EXPECT_EQ(QAV_GetProductType(type), 0u);
+    EXPECT_STREQ(type, "CORE-X");
+    zakhost::profile_override("rpm", "vercfg_file", std::string(""));
+    EXPECT_EQ(QAV_GetProductType(type), 1u);
+    zakhost::profile_override("rpm", "vercfg_file", std::nullopt);
+    std::remove(other.c_str());
+}
+
 TEST_F(NodeInfo, ProductTypeFailures) {
     char type[32];
     EXPECT_EQ(QAV_GetProductType(nullptr), 1u);

@@ -17,6 +17,7 @@ extern "C" {
 #include "host.h"
 #include "os_env.h"
 #include "qav_board.h"
+#include "qav_event.h"
 #include "zak_device.h"
 #include "zak_memory.h"
 
@@ -64,9 +65,13 @@ uint32_t ZAK_GetCpuTick(uint32_t *first, uint32_t *second) {
     if (first == nullptr || second == nullptr) return 1;
     timespec now{};
     if (ZAK_OsClockGetTime(CLOCK_MONOTONIC, &now) != 0) return 1;
-    auto hz = static_cast<unsigned __int128>(zakhost::profile_int("device", "cpu_tick_hz", 1000000));
-    auto ticks = static_cast<uint64_t>(static_cast<unsigned __int128>(now.tv_sec) * hz +
-                                       static_cast<unsigned __int128>(now.tv_nsec) * hz / 1000000000u);
+    // at most 2^32 ticks a second keeps both products within 64 bits for any uptime below
+    // about 136 years, also where no 128-bit type exists (32-bit ARM)
+    int64_t configured = zakhost::profile_int("device", "cpu_tick_hz", 1000000);
+    uint64_t hz =
+        configured < 1 ? 1 : (configured > (int64_t{1} << 32) ? uint64_t{1} << 32 : uint64_t(configured));
+    uint64_t ticks =
+        static_cast<uint64_t>(now.tv_sec) * hz + static_cast<uint64_t>(now.tv_nsec) * hz / 1000000000u;
     *first = static_cast<uint32_t>(ticks >> 32);
     *second = static_cast<uint32_t>(ticks);
     return 0;
@@ -97,12 +102,12 @@ uint32_t QAV_GetOsNodeListByBoardId(uint32_t chassis, uint32_t board, uint32_t *
     *list = nullptr;
     ZAK_HARD_INFO local{};
     if (uint32_t code = ZAK_GetHard_Info(&local)) return code;
-    // the database id: one database on the host, so reading it can only fail by injection
-    if (uint32_t code = injected_code("ZAK_GetEnvValue", kFailed)) return code;
+    uint32_t dbId = 0;
+    if (ZAK_GetEnvValue(2, &dbId) != 0) return kFailed;
     uint32_t table = 0;
     if (uint32_t code = CMF_GetTabIdByClassId(CMF_CLASS_OSNODE, &table)) return code;
     CMF_DB_COND cond{};
-    cond.uiDbId = static_cast<uint32_t>(zakhost::profile_int("cmf", "db_id", 1));
+    cond.uiDbId = dbId;
     cond.uiKeyNum = 2;
     cond.astKey[0] = {CMF_OSNODE_FIELD_SHELF, 4, local.usShelfID};
     cond.astKey[1] = {CMF_OSNODE_FIELD_BOARD, 4, board};

@@ -107,6 +107,20 @@ T.case("VNF, VNFC and NE identity from the profile", function()
     zh.profile_set("ne", "name", nil)
 end)
 
+T.case("every deployment fact follows its profile key", function()
+    reset()
+    local keys = {
+        { "vnf", "instance_id" }, { "vnf", "name" }, { "vnf", "vnfd_id" }, { "vnf", "version" },
+        { "vnfc", "instance_id" }, { "vnfc", "name" }, { "vnfc", "type" }, { "ne", "id" }, { "ne", "name" },
+    }
+    for i, k in ipairs(keys) do zh.profile_set(k[1], k[2], "fact" .. i) end
+    T.eq(T.results(m.qav_GetCurVNFInfo()), { n = 5, 0, "fact1", "fact2", "fact3", "fact4" })
+    T.eq(T.results(m.qav_GetCurVNFCInfo()), { n = 4, 0, "fact5", "fact6", "fact7" })
+    T.eq(T.results(m.qav_GetCurNEInfo()), { n = 3, 0, "fact8", "fact9" })
+    for _, k in ipairs(keys) do zh.profile_set(k[1], k[2], nil) end
+    T.eq(T.results(m.qav_GetCurNEInfo()), { n = 3, 0, "ne-0001", "NE0001" })
+end)
+
 T.case("qav_GetVEType answers VNFC_TYPE, cut to 39 characters", function()
     zh.setenv("VNFC_TYPE", "OMU")
     T.eq(T.results(m.qav_GetVEType()), { n = 1, "OMU" })

@@ -1,4 +1,4 @@
--- Notices to the management plane: one event record per accepted call, 5005 for bad calls.
+-- Notices to the management plane: one event-log record per accepted call, 5005 for bad calls.
 local T = require "testlib"
 local zh = require "zakhost"
 local m = libqavluacommon
@@ -11,24 +11,26 @@ local function last_event()
     local events = zh.events()
     return events[#events], #events
 end
-local function notice(info, values)
+-- the component id of the default database's component of type 204
+local ECM_CID = 0x10CC0001
+local function notice(info, format, values)
     local e = last_event()
     T.ok(e, "an event record")
-    T.eq({ e.call, e.info, e.values }, { "QAV_ReportNotice", info, values })
+    T.eq({ e.call, e.cid, e.info, e.format, e.values }, { "QAV_EventLog", ECM_CID, info, format, values })
 end
 
 T.case("each notice sends its arguments under its own info code", function()
     reset()
     T.eq(T.results(m.qav_ReportProcess(3, 40, "copying images")), { n = 1, 0 })
-    notice("0x08091020", { 3, 40, "copying images" })
+    notice("0x08091020", "%u%u%s", { 3, 40, "copying images" })
     T.eq(T.results(m.qav_ReportLogCollectFinish(17, 0, "/opt/log/collect.tar.gz")), { n = 1, 0 })
-    notice("0x08091021", { 17, 0, "/opt/log/collect.tar.gz" })
+    notice("0x08091021", "%u%u%s", { 17, 0, "/opt/log/collect.tar.gz" })
     T.eq(T.results(m.qav_ReportVMCollectFinish(18, 2, "vm1;vm2")), { n = 1, 0 })
-    notice("0x08091022", { 18, 2, "vm1;vm2" })
+    notice("0x08091022", "%u%u%s", { 18, 2, "vm1;vm2" })
     T.eq(T.results(m.szak_setDelayVote(1, 30)), { n = 1, 0 })
-    notice("0x08091023", { 1, 30 })
+    notice("0x08091023", "%u%u", { 1, 30 })
     T.eq(T.results(m.szak_setDelayVote(false, 0)), { n = 1, 0 })
-    notice("0x08091023", { 0, 0 })
+    notice("0x08091023", "%u%u", { 0, 0 })
     T.eq(#zh.events(), 5)
 end)
 
@@ -68,12 +70,15 @@ T.case("unusable arguments give 5005 and no record", function()
     T.eq(#zh.events(), 2)
 end)
 
-T.case("a failing notice service is logged and its status pushed", function()
+T.case("a failing event log is logged and its status pushed", function()
     reset()
-    zh.inject("QAV_ReportNotice", 0x42)
+    zh.inject("QAV_EventLog", 0x42)
     T.eq(T.results(m.qav_ReportLogCollectFinish(1, 0, "p")), { n = 1, 0x42 })
-    T.has_line(zh.log_lines("base"), "QAV_ReportNotice proc fail. uiRet = 66")
+    T.has_line(zh.log_lines("base"), "QAV_EventLog proc fail. uiRet = 66")
     T.eq(zh.events(), {})
+    zh.inject("QAV_EventLog", 7)
+    T.eq(T.results(m.szak_setDelayVote(true, 5)), { n = 1, 7 })
+    T.has_line(zh.log_lines("base"), "QAV_EventLog proc fail. uiRet = 7")
 end)
 
 T.run()

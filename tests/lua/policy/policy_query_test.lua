@@ -34,12 +34,12 @@ end
 
 T.case("administrator of group 0 on system files, storage and Linux paths", function()
     reset()
-    local r = query(user(3, 0), paths({ "flash0:/sysdrv/boot.bin", R | W }, { "flash0:/V1/pkg.zip", D },
-        { "/etc/shadow", R | X }))
+    local r = query(user(3, 0), paths({ "flash0:/sysdrv/boot.bin", R + W }, { "flash0:/V1/pkg.zip", D },
+        { "/etc/shadow", R + X }))
     T.eq(r, { n = 2, 0, {
-        answer(R | W | D, R | W | D, 0, 1, "flash0:/sysdrv/boot.bin"),
-        answer(R | W | D, R | W | D, 0, 1, "flash0:/V1/pkg.zip"),
-        answer(R | W | X | D, R | W | X | D, 0, 1, "/etc/shadow"),
+        answer(R + W + D, R + W + D, 0, 1, "flash0:/sysdrv/boot.bin"),
+        answer(R + W + D, R + W + D, 0, 1, "flash0:/V1/pkg.zip"),
+        answer(R + W + X + D, R + W + X + D, 0, 1, "/etc/shadow"),
     } })
     no_leak()
 end)
@@ -49,7 +49,7 @@ T.case("lower levels and other groups", function()
     -- level 2: writes the storage, not the system directory; Linux paths closed
     T.eq(query(user(2, 0), paths({ "flash0:/V1/pkg.zip", W }, { "flash0:/sysdrv/boot.bin", R }, { "/opt/x", R })),
         { n = 2, 0, {
-            answer(R | W | D, R | W | D, 0, 1, "flash0:/V1/pkg.zip"),
+            answer(R + W + D, R + W + D, 0, 1, "flash0:/V1/pkg.zip"),
             answer(0, 0, 2, 0, "flash0:/sysdrv/boot.bin"),
             answer(0, 0, 2, 0, "/opt/x"),
         } })
@@ -60,7 +60,7 @@ T.case("lower levels and other groups", function()
     } })
     -- level 3 of group 4: level met, group refused for the system directory, not its parent
     T.eq(query(user(3, 4), paths({ "flash0:/sysdrv/boot.bin", R }, { "flash0:/sysdrv", R })),
-        { n = 2, 0, { answer(0, 0, 3, 0, "flash0:/sysdrv/boot.bin"), answer(0, R | W | D, 3, 0, "flash0:/sysdrv") } })
+        { n = 2, 0, { answer(0, 0, 3, 0, "flash0:/sysdrv/boot.bin"), answer(0, R + W + D, 3, 0, "flash0:/sysdrv") } })
     no_leak()
 end)
 
@@ -69,7 +69,7 @@ T.case("paths are made canonical before the rules apply", function()
     T.eq(query(user(2, 0), paths({ "flash0:V1/../sysdrv/./x", R }, { "flash0://V1//a", W }, { "flash0:/..", R },
         { "cfcard:/log", R })), { n = 2, 0, {
         answer(0, 0, 2, 0, "flash0:V1/../sysdrv/./x"),
-        answer(R | W | D, R | W | D, 0, 1, "flash0://V1//a"),
+        answer(R + W + D, R + W + D, 0, 1, "flash0://V1//a"),
         answer(0, 0, 5, 0, "flash0:/.."),
         answer(0, 0, 4, 0, "cfcard:/log"),
     } })
@@ -82,7 +82,7 @@ T.case("rules and the default access from the profile", function()
     zh.profile_set("tfsi", "default_access", "r")
     T.eq(query(user(0, 8), paths({ "flash0:/logs/a.log", W }, { "flash0:/logsx", W }, { "cfcard:/x", R })),
         { n = 2, 0, {
-            answer(R | W, R | W, 0, 1, "flash0:/logs/a.log"),
+            answer(R + W, R + W, 0, 1, "flash0:/logs/a.log"),
             answer(R, R, 1, 0, "flash0:/logsx"),
             answer(R, R, 4, 1, "cfcard:/x"),
         } })
@@ -117,7 +117,7 @@ T.case("argument errors give 0x401C02 alone and leave nothing allocated", functi
     no_leak()
     -- elements beyond the count are ignored, whatever they are
     T.eq(query(user(3, 0), { { path = "flash0:/a", oper = R }, "junk" }, 1),
-        { n = 2, 0, { answer(R | W | D, R | W | D, 0, 1, "flash0:/a") } })
+        { n = 2, 0, { answer(R + W + D, R + W + D, 0, 1, "flash0:/a") } })
     no_leak()
 end)
 
