@@ -109,6 +109,18 @@ T.case("special files are recreated with the recursive flag", function()
     T.eq(F.sh("stat -c '%F %t:%T' nulldev"), F.sh("stat -c '%F %t:%T' /dev/null"))
 end)
 
+T.case("links and special files that cannot be read or made", function()
+    F.ok("ln -s somewhere rl && mkfifo rp")
+    F.clear()
+    zh.inject("ZAK_Malloc_F", 0, 2) -- the link buffer, after the two path copies
+    T.eq(m.luafs_cp("rl", "rl.copy", RECURSIVE), -1)
+    T.has_line(F.messages(), "rl: cannot read link.")
+    T.eq(m.luafs_cp("rp", "no/dir/rp", RECURSIVE), -1)
+    T.has_line(F.messages(), "can't create 'no/dir/rp'")
+    T.eq(m.luafs_cp("rl", "no/dir/rl", RECURSIVE), -1)
+    T.has_line(F.messages(), "can't create symlink 'no/dir/rl'")
+end)
+
 T.case("link modes make links instead of copies", function()
     F.write("src.l", "L")
     T.eq(m.luafs_cp("src.l", "src.sym", SYMLINK), 0)

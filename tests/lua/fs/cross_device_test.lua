@@ -56,6 +56,16 @@ T.case("kinds that cannot replace each other across file systems", function()
     T.eq(F.read("fx"), "x")
 end)
 
+T.case("a hard link cannot cross file systems", function()
+    F.write("hl", "h")
+    F.write(base .. "/hl", "old")
+    F.clear()
+    T.eq(m.luafs_cp("hl", base .. "/hl", 0x80), -1)
+    T.has_line(F.messages(), "can't create link '" .. base .. "/hl'")
+    T.ok(not F.ok("test -e " .. base .. "/hl"), "the old destination was removed for the second try")
+    T.eq(F.read("hl"), "h")
+end)
+
 T.case("a failed copy never removes the source", function()
     F.ok("mkdir -p keepsrc && echo a > keepsrc/a && echo b > keepsrc/b")
     local zh = require "zakhost"

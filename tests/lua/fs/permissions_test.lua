@@ -22,6 +22,7 @@ F.ok(table.concat({
     "echo pub > pub && chmod 644 pub",
     "echo mine > mine && chmod 666 mine",
     "mkdir -p out && chmod 777 out",
+    "ln -s pub publink",
 }, " && "))
 
 local inner = [=[
@@ -62,6 +63,8 @@ T.case("keep cannot give a copy root's ownership; the copy still succeeds", func
     T.has_line(msgs(), "can't keep ownership of 'out/pub'")
     T.eq(m.luafs_cp("ro", "out/ro", 6), 0)
     T.has_line(msgs(), "can't keep ownership of 'out/ro/sub'")
+    T.eq(m.luafs_cp("publink", "out/publink", 6), 0)
+    T.has_line(msgs(), "can't preserve ownership of 'out/publink'")
 end)
 T.run()
 ]=]
