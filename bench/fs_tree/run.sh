@@ -54,8 +54,8 @@ lib() {
     printf 'local m = libqavluacommon\nlocal rc = %s\nif rc ~= 0 then io.stderr:write("engine result ", rc, "\\n") os.exit(1) end\n' "$1" >"$work/op.lua"
     "$qavlua" --root "$root" "$work/op.lua"
 }
-printf 'os.exit(0)\n' >"$work/empty.lua"
-startup() { "$qavlua" --root "$root" "$work/empty.lua"; }
+# The same script shape with no engine call, ending the same way.
+startup() { lib "0"; }
 best_startup=""
 best_exec=""
 for i in 1 2 3 4 5; do
