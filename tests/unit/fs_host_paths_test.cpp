@@ -1,4 +1,4 @@
-// The host's device-path conversion, path tidying and descriptor leak register.
+// The host's path tidying, common root, descriptor leak register and seek origins.
 #include <gtest/gtest.h>
 
 #include <unistd.h>
@@ -12,41 +12,11 @@
 
 namespace {
 
-std::string ToLinux(const char *device) {
-    char out[256] = "unchanged";
-    uint32_t code = ZAK_ZakPathToLinuxPath(device, out, sizeof out);
-    return code == 0 ? std::string(out) : "code " + std::to_string(code) + " [" + out + "]";
-}
-
-std::string ToDevice(const char *linuxPath) {
-    char out[256] = "unchanged";
-    uint32_t code = ZAK_LinuxPathToZakPath(linuxPath, out, sizeof out);
-    return code == 0 ? std::string(out) : "code " + std::to_string(code) + " [" + out + "]";
-}
-
 std::string Cut(const char *path) {
     char buffer[64];
     snprintf(buffer, sizeof buffer, "%s", path);
     EXPECT_EQ(RPM_CutPathStr(buffer, sizeof buffer), 0u);
     return buffer;
-}
-
-TEST(HostDevicePaths, StoragesMapBothWays) {
-    std::string home = zakhost::common_root() + "/home";
-    EXPECT_EQ(ZAK_InputPathCheck("flash0:a"), 0u);
-    EXPECT_NE(ZAK_InputPathCheck("flash9:a"), 0u);
-    EXPECT_NE(ZAK_InputPathCheck("/flash0:a"), 0u);
-    EXPECT_NE(ZAK_InputPathCheck(":a"), 0u);
-    EXPECT_NE(ZAK_InputPathCheck(nullptr), 0u);
-    EXPECT_EQ(ToLinux("flash0:V1//x"), home + "/V1//x");
-    EXPECT_EQ(ToLinux("flash0:///"), home);
-    EXPECT_EQ(ToLinux("nope:x"), "code " + std::to_string(static_cast<uint32_t>(ZAK_FILE_NOT_FOUND)) + " []");
-    EXPECT_EQ(ToDevice((home + "/V1").c_str()), "flash0:V1");
-    EXPECT_EQ(ToDevice((home + "x/V1").c_str()).substr(0, 4), "code") << "a prefix of a name is no match";
-    EXPECT_EQ(ToDevice("relative").substr(0, 4), "code");
-    char tiny[4];
-    EXPECT_NE(ZAK_ZakPathToLinuxPath("flash0:abc", tiny, sizeof tiny), 0u);
-    EXPECT_EQ(tiny[0], '\0');
 }
 
 TEST(HostDevicePaths, CutPathTidiesSlashesAndDots) {

@@ -28,6 +28,8 @@ T.case("Linux paths become device paths after tidying", function()
     T.eq(T.results(m.qav_LinuxPathToZakPath(home)), { n = 2, 0, "flash0:" })
     T.eq(T.results(m.qav_LinuxPathToZakPath("/zakv8/main/home/V2")), { n = 2, 0, "flash0:V2" }, "device form")
     T.eq(T.results(m.qav_LinuxPathToZakPath("relative/./x")), { n = 2, 0, "relative/./x" })
+    T.eq(T.results(m.qav_LinuxPathToZakPath(home .. "x/V1")), { n = 2, 0xFFEFFFFC, home .. "x/V1" },
+        "a longer name is not inside the storage")
     T.eq(T.results(m.qav_LinuxPathToZakPath("/etc//passwd")), { n = 2, 0xFFEFFFFC, "/etc/passwd" },
         "no storage: the code and the tidied input")
     T.eq(T.results(m.qav_LinuxPathToZakPath()), { n = 1, 22 })

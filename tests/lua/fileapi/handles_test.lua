@@ -199,12 +199,4 @@ T.case("write keeps embedded NULs; flush and close pass the platform result", fu
     T.eq(T.results(m.qav_spt_fclose(h, "fd")), { n = 1, BAD })
 end)
 
-T.case("script descriptors are not put in the leak register", function()
-    write_file("leak.txt", "x")
-    local fd = m.qav_spt_fopen(0, "leak.txt", "r")
-    zh.clock_advance(90000)
-    T.eq(#zh.fd_leaks(true), 0)
-    m.qav_spt_fclose(0, fd)
-end)
-
 T.run()

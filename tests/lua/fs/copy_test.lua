@@ -198,15 +198,6 @@ T.case("an unclosed descriptor shows in the leak register a day later", function
     T.eq(leaks[1].timeout_ms, 86400000)
 end)
 
-T.case("joined paths are limited to 127 characters", function()
-    local name = string.rep("n", 120)
-    F.ok("mkdir -p lim && echo x > lim/" .. name)
-    F.clear()
-    T.eq(m.luafs_cp("lim", "limit.copy", RECURSIVE), -1)
-    T.has_line(F.messages(), "alloc failed")
-    T.ok(F.ok("test -d limit.copy"), "the directory itself was made")
-end)
-
 T.case("wrong argument counts and types", function()
     T.eq(T.results(m.luafs_cp("a", "b")), { n = 1, -2 })
     T.eq(T.results(m.luafs_cp({}, "b", 0)), { n = 1, -3 })
