@@ -54,7 +54,8 @@ T.case("stamps with items: numbers and texts, lengths and caps", function()
         { "ZAK_StartupStampAddImpl", 7, 8, { 1, 2, 3, 4 }, 3, "" })
     T.eq(s.items, { { type = 3, length = 4, value = 42 }, { type = 16, length = 4, value = "txt" },
         { type = 16, length = 4, value = "123" } })
-    -- Only texts count into the item data length.
+    -- Only texts count into the item data length: the record's field is described as the sum
+    -- of all items' lengths, but the steps that fill it add the text items alone, and the steps hold.
     T.eq(s.item_data_length, 8)
     m.qav_ZAK_StartupStampAddExt(0, 0, 0, 0, 0, 0, string.rep("a", 8191), string.rep("b", 8192),
         string.rep("c", 65535), string.rep("d", 65536))
