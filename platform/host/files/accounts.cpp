@@ -52,7 +52,7 @@ int32_t chown_to(const char *service, const char *path, const char *userKey, con
 extern "C" {
 
 // File-system numbers 0 to handle_count - 1 are known; the handle carries the owner tag's top
-// byte, a marker bit and the number, so handles of two owners or two numbers never meet.
+// byte, a marker bit (so no handle is 0) and the number.
 uint32_t QAV_GetZakHandle(uint32_t number, uint32_t *handle, uint32_t ownerTag) {
     int64_t result = 0;
     if (zakhost::injected("QAV_GetZakHandle", &result))
