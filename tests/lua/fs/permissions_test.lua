@@ -23,6 +23,7 @@ F.ok(table.concat({
     "echo mine > mine && chmod 666 mine",
     "mkdir -p out && chmod 777 out",
     "ln -s pub publink",
+    "echo root > out/rootfile && chmod 666 out/rootfile",
 }, " && "))
 
 local inner = [=[
@@ -65,6 +66,11 @@ T.case("keep cannot give a copy root's ownership; the copy still succeeds", func
     T.has_line(msgs(), "can't keep ownership of 'out/ro/sub'")
     T.eq(m.luafs_cp("publink", "out/publink", 6), 0)
     T.has_line(msgs(), "can't preserve ownership of 'out/publink'")
+    -- onto a file it may write but does not own: times, owner and mode all stay as they were
+    T.eq(m.luafs_cp("pub", "out/rootfile", 4), 0)
+    T.has_line(msgs(), "can't keep astTimes of 'out/rootfile'")
+    T.has_line(msgs(), "can't keep ownership of 'out/rootfile'")
+    T.has_line(msgs(), "can't keep permissions of 'out/rootfile'")
 end)
 T.run()
 ]=]
@@ -79,6 +85,8 @@ T.case("as nobody: every permission failure is reported and nothing is lost", fu
     T.eq(F.read(bin .. "/ro/sub/s"), "s\n")
     T.eq(F.read(bin .. "/pub"), "pub\n")
     T.eq(F.sh("stat -c %U " .. bin .. "/out/pub"), "nobody")
+    T.eq(F.read(bin .. "/out/rootfile"), "pub\n")
+    T.eq(F.sh("stat -c '%U %a' " .. bin .. "/out/rootfile"), "root 666")
 end)
 
 T.run()
