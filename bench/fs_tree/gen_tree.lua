@@ -34,17 +34,17 @@ local dirs = math.max(math.floor(files / 100), 1)
 local total, written = 0, 0
 os.execute("mkdir -p " .. root)
 for d = 0, dirs - 1 do
-    local dir = string.format("%s/d%02d/s%02d", root, d // 10, d % 10)
+    local dir = string.format("%s/d%02d/s%02d", root, math.floor(d / 10), d % 10)
     os.execute("mkdir -p " .. dir)
 end
 for i = 0, files - 1 do
     local d = i % dirs
-    local path = string.format("%s/d%02d/s%02d/f%05d", root, d // 10, d % 10, i)
+    local path = string.format("%s/d%02d/s%02d/f%05d", root, math.floor(d / 10), d % 10, i)
     local size
     if i % 500 == 0 and large > 0 then
-        size, large = large_avg // 2 + rand(large_avg), large - 1
+        size, large = math.floor(large_avg / 2) + rand(large_avg), large - 1
     elseif i % 20 == 1 then
-        size = medium_avg // 2 + rand(medium_avg)
+        size = math.floor(medium_avg / 2) + rand(medium_avg)
     else
         size = rand(2 * small_avg)
     end
@@ -56,7 +56,7 @@ end
 local links = 0
 for i = 0, files - 1, 40 do
     local d = i % dirs
-    local dir = string.format("%s/d%02d/s%02d", root, d // 10, d % 10)
+    local dir = string.format("%s/d%02d/s%02d", root, math.floor(d / 10), d % 10)
     local target = (i % 400 == 0) and "missing" or string.format("f%05d", i)
     os.execute(string.format("ln -s %s %s/l%05d", target, dir, i))
     links = links + 1

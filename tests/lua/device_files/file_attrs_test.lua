@@ -3,7 +3,7 @@ local T = require "testlib"
 local zh = require "zakhost"
 local m = libqavluacommon
 
-local function sh(c) local p = io.popen(c .. " 2>&1"); local o = p:read("a"); p:close(); return (o:gsub("\n$", "")) end
+local function sh(c) local p = io.popen(c .. " 2>&1"); local o = p:read("*a"); p:close(); return (o:gsub("\n$", "")) end
 local function write(path, data) local f = assert(io.open(path, "wb")); f:write(data); f:close() end
 
 T.case("size and modification time of a file and of a link itself", function()

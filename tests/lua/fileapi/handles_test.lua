@@ -11,7 +11,7 @@ local function write_file(path, data)
 end
 local function read_file(path)
     local f = io.open(path, "rb"); if not f then return nil end
-    local d = f:read("a"); f:close(); return d
+    local d = f:read("*a"); f:close(); return d
 end
 local function open(path, mode)
     local fd, h = m.qav_spt_fopen(0, path, mode)
@@ -50,7 +50,7 @@ T.case("each mode maps to its flags: truncate, append, create with 0640", functi
     T.eq(m.qav_spt_seek(h, fd, "set", 0), 0)
     T.eq(T.results(m.qav_spt_fread(h, fd, 3, 0)), { n = 3, 3, true, "abc" })
     m.qav_spt_fclose(h, fd)
-    local p = io.popen("stat -c %a created.txt"); local perm = p:read("l"); p:close()
+    local p = io.popen("stat -c %a created.txt"); local perm = p:read("*l"); p:close()
     T.eq(perm, "640")
     fd, h = open("w_plus.txt", "w+")
     m.qav_spt_fwrite(h, fd, "zz")

@@ -4,7 +4,7 @@ local F = {}
 
 function F.sh(command)
     local p = assert(io.popen(command .. " 2>&1"))
-    local out = p:read("a")
+    local out = p:read("*a")
     p:close()
     return (out:gsub("\n$", ""))
 end
@@ -19,7 +19,7 @@ end
 
 function F.read(path)
     local f = io.open(path, "rb"); if not f then return nil end
-    local d = f:read("a"); f:close(); return d
+    local d = f:read("*a"); f:close(); return d
 end
 
 function F.kind(path)
