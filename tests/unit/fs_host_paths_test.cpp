@@ -1,4 +1,4 @@
-// The host's path tidying, common root, descriptor leak register and seek origins.
+// The host's path tidying and descriptor leak register.
 #include <gtest/gtest.h>
 
 #include <unistd.h>
@@ -29,13 +29,6 @@ TEST(HostDevicePaths, CutPathTidiesSlashesAndDots) {
     EXPECT_NE(RPM_CutPathStr(nullptr, 4), 0u);
 }
 
-TEST(HostDevicePaths, CommonRootMustFit) {
-    char buffer[512];
-    EXPECT_EQ(RPM_GetCommonRootPath(sizeof buffer, buffer), 0u);
-    EXPECT_EQ(std::string(buffer), zakhost::common_root());
-    EXPECT_NE(RPM_GetCommonRootPath(3, buffer), 0u);
-}
-
 TEST(HostLeakRegister, RegistrationNeedsADescriptor) {
     ZAK_FD_LEAK_CHECK_INFO bad = {-5, 10};
     EXPECT_EQ(P_ZAK_FdLeakCheckInfoSet(&bad), ZAK_FILE_INVALID);
@@ -44,22 +37,6 @@ TEST(HostLeakRegister, RegistrationNeedsADescriptor) {
     ASSERT_GE(fd, 0);
     ZAK_FD_LEAK_CHECK_INFO info = {fd, 10};
     EXPECT_EQ(P_ZAK_FdLeakCheckInfoSet(&info), 0);
-    EXPECT_EQ(P_ZAK_Close(fd, 0), 0);
-}
-
-TEST(HostFileLayer, SeekUsesThePlatformOrigins) {
-    char path[] = "/tmp/seek.XXXXXX";
-    int temp = mkstemp(path);
-    ASSERT_GE(temp, 0);
-    ASSERT_EQ(write(temp, "0123456789", 10), 10);
-    close(temp);
-    int32_t fd = P_ZAK_Open(path, ZAK_O_RDONLY, 0, 0);
-    unlink(path);
-    ASSERT_GE(fd, 0);
-    EXPECT_EQ(P_ZAK_LSeek(fd, 3, ZAK_LSEEK_ORIGIN_SET, 0), 3);
-    EXPECT_EQ(P_ZAK_LSeek(fd, 5, ZAK_LSEEK_ORIGIN_CUR, 0), 8);
-    EXPECT_EQ(P_ZAK_LSeek(fd, -1, ZAK_LSEEK_ORIGIN_END, 0), 9);
-    EXPECT_EQ(P_ZAK_LSeek(fd, 0, 3, 0), ZAK_FILE_INVALID);
     EXPECT_EQ(P_ZAK_Close(fd, 0), 0);
 }
 
