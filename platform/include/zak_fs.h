@@ -10,11 +10,6 @@
 extern "C" {
 #endif
 
-/* Origin codes of P_ZAK_LSeek as the platform numbers them. */
-#define ZAK_LSEEK_ORIGIN_SET 1
-#define ZAK_LSEEK_ORIGIN_CUR 2
-#define ZAK_LSEEK_ORIGIN_END 4
-
 /* One descriptor for the leak register: a descriptor still open `uiTimeOutMs` milliseconds after
  * it was registered counts as leaked. Closing it through P_ZAK_Close unregisters it. */
 typedef struct {

@@ -37,9 +37,9 @@ constexpr NamedCode kOpenModes[] = {
     {"a+", ZAK_O_RDWR | ZAK_O_APPEND | ZAK_O_CREAT},
 };
 constexpr NamedCode kSeekOrigins[] = {
-    {"set", ZAK_LSEEK_ORIGIN_SET},
-    {"cur", ZAK_LSEEK_ORIGIN_CUR},
-    {"end", ZAK_LSEEK_ORIGIN_END},
+    {"set", ZAK_SEEK_SET},
+    {"cur", ZAK_SEEK_CUR},
+    {"end", ZAK_SEEK_END},
 };
 
 template <size_t N> bool Lookup(const NamedCode (&table)[N], const char *text, uint32_t *code) {
@@ -204,7 +204,7 @@ QAV_ENTRY_FUNCTION QAV_SPT_FreadNum(lua_State *state) {
     }
     // Step back so that the next read sees the non-digit again. With nothing read at offset 0 the
     // seek fails and its code is the result.
-    int32_t seek = P_ZAK_LSeek(file.fd, -1, ZAK_LSEEK_ORIGIN_CUR, file.handle);
+    int32_t seek = P_ZAK_LSeek(file.fd, -1, ZAK_SEEK_CUR, file.handle);
     if (seek < 0) return PushResults(state, seek, 1);
     --count;
     SYSDT_SPTI_PushInt(state, count);

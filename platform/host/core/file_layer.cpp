@@ -94,11 +94,10 @@ int32_t P_ZAK_Write(int32_t fd, const void *buffer, uint32_t length, uint32_t) {
 int32_t P_ZAK_LSeek(int32_t fd, int32_t offset, int32_t origin, uint32_t) {
     int32_t fail = 0;
     if (fail_injected("P_ZAK_LSeek", &fail)) return fail;
-    // The platform numbers the origins 1, 2 and 4; 0 is taken as the start too.
-    int whence = origin == ZAK_LSEEK_ORIGIN_SET || origin == 0 ? SEEK_SET
-                 : origin == ZAK_LSEEK_ORIGIN_CUR              ? SEEK_CUR
-                 : origin == ZAK_LSEEK_ORIGIN_END              ? SEEK_END
-                                                               : -1;
+    int whence = origin == ZAK_SEEK_SET   ? SEEK_SET
+                 : origin == ZAK_SEEK_CUR ? SEEK_CUR
+                 : origin == ZAK_SEEK_END ? SEEK_END
+                                          : -1;
     if (whence < 0) return ZAK_FILE_INVALID;
     off_t position = lseek(fd, offset, whence);
     if (position < 0) return code_of(errno);
