@@ -8,6 +8,7 @@
 
 #include "binding/script_frame.h"
 #include "securec.h"
+#include "state/dropped_memory.h"
 #include "state/ntp_table.h"
 #include "state/patch_records.h"
 #include "state/tpm_tables.h"
@@ -336,16 +337,20 @@ QAV_ENTRY_FUNCTION QAV_LuaTableInit(lua_State *state) {
         g_stPatchErrTable.maxNum = 200;
         g_stPatchErrTable.count = 0;
         g_stPatchErrTable.unused = 0;
+        // The record buffers are forgotten, not freed: the next use allocates afresh.
+        qav::KeepDropped(g_stPatchErrTable.records);
         g_stPatchErrTable.records = nullptr;
         ok = qav::CreateCommLock(&g_stFlhSyncTable.lock, "flhsynclocksema", MutexMode::Fresh, true);
     }
     if (ok) {
         g_stFlhSyncTable.count = 0;
+        qav::KeepDropped(g_stFlhSyncTable.records);
         g_stFlhSyncTable.records = nullptr;
         ok = qav::CreateCommLock(&g_stLoadPatchTable.lock, "loadpatchclocksema", MutexMode::Fresh, true);
     }
     if (ok) {
         g_stLoadPatchTable.count = 0;
+        qav::KeepDropped(g_stLoadPatchTable.records);
         g_stLoadPatchTable.records = nullptr;
         ok = CreateSessionLock(&g_stDownLoadLockTable, "downloadlocksema", MutexMode::Fresh) &&
              CreateSessionLock(&g_stNvPatchLockTable, "nvpatlocksema", MutexMode::Fresh) &&

@@ -3,9 +3,11 @@
 #include "state/tpm_tables.h"
 
 #include <ctime>
+#include <mutex>
 
 #include "binding/script_frame.h"
 #include "os_env.h"
+#include "state/dropped_memory.h"
 #include "state/sorted_list.h"
 #include "state/state_clock.h"
 
@@ -121,6 +123,9 @@ void PushHeader(lua_State *state, bool stale) {
 extern "C" {
 
 uint32_t QAV_TPM_InitTpmQueryTable(QavTpmQueryTable *table, const char *semaName) {
+    // Every open re-initialises the table; states opening at once take turns.
+    static std::mutex initialising;
+    std::lock_guard guard(initialising);
     RPM_LogToFile(qav::kUpgradeLogId, qav::kLogProgress, "TPM Init Tpm Query Table entry");
     if (table->lock.mutex == 0) NUK_MutexInit(&table->lock.mutex, 0);
     uint32_t rc = NUK_SemaCreate(semaName, 1, 0, &table->lock.semaId);
@@ -134,6 +139,8 @@ uint32_t QAV_TPM_InitTpmQueryTable(QavTpmQueryTable *table, const char *semaName
     table->refreshTime = 0;
     table->refreshInterval = 5;
     table->forceRefresh = 1;
+    for (qav::DLink *pos = table->entries.next; pos != nullptr && pos != &table->entries; pos = pos->next)
+        qav::KeepDropped(pos);
     qav::DListInit(&table->entries);
     return 0;
 }

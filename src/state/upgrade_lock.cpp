@@ -9,10 +9,7 @@
 #include "binding/script_frame.h"
 #include "os_env.h"
 #include "securec.h"
-
-#if defined(__SANITIZE_ADDRESS__)
-#include <sanitizer/lsan_interface.h>
-#endif
+#include "state/dropped_memory.h"
 
 extern "C" {
 QavUpgradeLock g_stUpgradeLock;
@@ -76,13 +73,11 @@ extern "C" {
 
 void QAV_SuLockInit(void) {
     SLL_LIST *list = &g_stUpgradeLock.vmLists;
-#if defined(__SANITIZE_ADDRESS__)
-    // Nodes of an expired lock are dropped without being freed; the leak checker is told so.
+    // The nodes of an expired lock are dropped here without being freed.
     for (SLL_NODE *n = list->first; n != nullptr && n != SLL_HEAD_NODE(list); n = n->next) {
-        __lsan_ignore_object(NodeOf(n)->vmList);
-        __lsan_ignore_object(n);
+        qav::KeepDropped(NodeOf(n)->vmList);
+        qav::KeepDropped(n);
     }
-#endif
     SetRecord(kIdle, 0, 0);
     SLL_Init(list);
 }
