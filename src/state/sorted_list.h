@@ -6,6 +6,7 @@
 #include <cstddef>
 #include <cstdint>
 #include <cstring>
+#include <map>
 
 #include "securec.h"
 
@@ -27,32 +28,25 @@ template <typename Node, typename Traits> class SortedSweepList {
         return reinterpret_cast<Node *>(reinterpret_cast<char *>(link) - offsetof(Node, link));
     }
 
-    // The node holding `key`, or a new zero-filled node linked before the first greater key;
-    // null when the allocation fails. `created` tells which.
-    //
-    // The search resumes from the node found last when the new key lies beyond it, so a set
-    // given in key order walks the list once in all (linear time); any other order searches from
-    // the start, with the same result.
+    // The node holding `key`, or a new node (zero-filled, then given `key`) linked before the
+    // first greater key; null when the allocation fails. `created` tells which.
     Node *FindOrInsert(const typename Traits::Data &key, bool *created) {
-        DLink *from = head_->next;
-        if (hint_ != head_ && Traits::Compare(NodeOf(hint_)->data, key) < 0) from = hint_->next;
-        DLink *pos = from;
-        for (; pos != head_; pos = pos->next) {
-            int order = Traits::Compare(NodeOf(pos)->data, key);
-            if (order == 0) {
-                *created = false;
-                hint_ = pos;
-                return NodeOf(pos);
-            }
-            if (order > 0) break;
+        DLink *pos = Position(key);
+        if (pos != head_ && Traits::Compare(NodeOf(pos)->data, key) == 0) {
+            *created = false;
+            hint_ = pos;
+            return NodeOf(pos);
         }
         auto *node = static_cast<Node *>(
             ZAK_Malloc_F(g_pLocaHandleQav, g_aucZakMemPt, sizeof(Node), kSourceTag, __LINE__));
         if (node == nullptr) return nullptr;
         *node = Node{};
+        // The key goes in at once: the index orders nodes by it.
+        node->data = key;
         DListInsertBefore(pos, &node->link);
         *created = true;
         hint_ = &node->link;
+        if (indexed_) Index(node);
         return node;
     }
 
@@ -70,11 +64,67 @@ template <typename Node, typename Traits> class SortedSweepList {
             pos = next;
         }
         hint_ = head_;
+        index_.clear();
+        indexed_ = false;
     }
 
   private:
+    using Data = typename Traits::Data;
+    struct Less {
+        bool operator()(const Data *a, const Data *b) const { return Traits::Compare(*a, *b) < 0; }
+    };
+    // Steps a search may walk forward from the last node before it asks the index instead.
+    static constexpr int kShortWalk = 8;
+
+    // The first node whose key is not below `key`, or the head.
+    //
+    // A key beyond the node found last is searched forward from that node, so a set given in key
+    // order walks the list once in all (linear time) and never needs more. The first key that
+    // comes out of order builds an ordered index of the nodes; from then on a forward search
+    // that does not end within a few steps, and every search for a smaller key, asks the index
+    // (logarithmic time). The position found is the same either way.
+    DLink *Position(const Data &key) {
+        if (hint_ != head_ && Traits::Compare(NodeOf(hint_)->data, key) < 0) {
+            DLink *pos = hint_->next;
+            for (int steps = 0; pos != head_; pos = pos->next, ++steps) {
+                if (Traits::Compare(NodeOf(pos)->data, key) >= 0) return pos;
+                if (indexed_ && steps >= kShortWalk) break;
+            }
+            if (pos == head_) return head_;
+        }
+        if (!indexed_ && !indexFailed_) BuildIndex();
+        if (indexed_) {
+            auto found = index_.lower_bound(&key);
+            return found == index_.end() ? head_ : found->second;
+        }
+        DLink *pos = head_->next;
+        while (pos != head_ && Traits::Compare(NodeOf(pos)->data, key) < 0)
+            pos = pos->next;
+        return pos;
+    }
+
+    void BuildIndex() {
+        indexed_ = true;
+        for (DLink *pos = head_->next; indexed_ && pos != head_; pos = pos->next)
+            Index(NodeOf(pos));
+    }
+
+    // Without memory for the index the searches walk the list, with the same results.
+    void Index(Node *node) {
+        try {
+            index_.emplace_hint(index_.end(), &node->data, &node->link);
+        } catch (...) {
+            index_.clear();
+            indexed_ = false;
+            indexFailed_ = true;
+        }
+    }
+
     DLink *head_;
     DLink *hint_;
+    std::map<const Data *, DLink *, Less> index_;
+    bool indexed_ = false;
+    bool indexFailed_ = false;
 };
 
 // Stores the item table {fid = fid, value = <pushed by pushValue>} as element `position` of the

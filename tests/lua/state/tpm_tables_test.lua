@@ -44,6 +44,35 @@ T.case("a report page starts at the given key and holds at most page-size entrie
     T.eq(T.results(m.qav_tpm_get_report_table()), { n = 1, FAIL })
 end)
 
+T.case("any input order gives the same table in key order", function()
+    -- Shuffled keys with a fixed generator: forward searches, the index and short walks all mix.
+    local order, seed = {}, 7
+    for k = 1, 300 do order[k] = k end
+    for k = 300, 2, -1 do
+        seed = (seed * 1103515245 + 12345) % 2147483648
+        local j = seed % k + 1
+        order[k], order[j] = order[j], order[k]
+    end
+    local function set_keys(list)
+        local entries = {}
+        for i, k in ipairs(list) do entries[i] = report(math.floor(k / 7), k % 7, k) end
+        m.qav_tpm_set_report_table(entries)
+        local _, _, page = m.qav_tpm_get_report_table(-1, 0, 1000)
+        local got = {}
+        for i, e in ipairs(page) do got[i] = e[7].value end
+        return got
+    end
+    local expected = {}
+    for k = 1, 300 do expected[k] = k end
+    T.eq(set_keys(order), expected)
+    local evens, sorted_evens = {}, {}
+    for _, k in ipairs(order) do if k % 2 == 0 then evens[#evens + 1] = k end end
+    for k = 2, 300, 2 do sorted_evens[#sorted_evens + 1] = k end
+    T.eq(set_keys(evens), sorted_evens)
+    T.eq(set_keys(sorted_evens), sorted_evens)
+    T.eq(set_keys(expected), expected)
+end)
+
 T.case("a set replaces the whole table and reuses the nodes of surviving keys", function()
     m.qav_tpm_set_report_table { report(1, 1), report(2, 2), report(3, 3) }
     local blocks = zh.memory().blocks
