@@ -64,7 +64,9 @@ int32_t ResolveStartupValue(const char *value, char *fullPath, char *basePath) {
     return ZAK_ZakPathToLinuxPath(value, fullPath, 384) == 0 ? 0 : -1;
 }
 
-int PushFailure(lua_State *state) { return qav::ReturnUInt(state, qav::kFailed); }
+int PushFailure(lua_State *state) {
+    return qav::ReturnUInt(state, qav::kFailed);
+}
 
 } // namespace
 
@@ -91,8 +93,8 @@ int QAV_ProcIssuGetRpgInfo(lua_State *state);
 int QAV_ProcIssuGetCheckItems(lua_State *state);
 
 __attribute__((visibility("default"))) QAV_ISSU_OPER_PROC g_astIssuOperProcTbl[6] = {
-    {1, 2, QAV_ProcIssuGetPkgInfo},    {2, 2, QAV_ProcIssuGetNEType},     {3, 2, QAV_ProcIssuGetProductType},
-    {4, 2, QAV_ProcIssuGetRpgInfo},    {5, 2, QAV_ProcIssuGetCheckItems}, {6, 0, nullptr},
+    {1, 2, QAV_ProcIssuGetPkgInfo}, {2, 2, QAV_ProcIssuGetNEType},     {3, 2, QAV_ProcIssuGetProductType},
+    {4, 2, QAV_ProcIssuGetRpgInfo}, {5, 2, QAV_ProcIssuGetCheckItems}, {6, 0, nullptr},
 };
 
 QAV_ISSU_OPER_FUNC QAV_GetIssuOperFuncByCmdWord(uint32_t cmdWord, uint32_t *argNum) {
@@ -162,7 +164,8 @@ int32_t QAV_GetPkgInfoByVersion(const char *version, QAV_ISSU_PKG_INFO *info) {
     char basePath[256] = {0};
     if (QAV_GetBasePathByVersion(version, basePath, sizeof(basePath)) != 0) return -1;
     char xml[384] = {0};
-    if (snprintf_s(xml, sizeof(xml), sizeof(xml) - 1, "%s%s", basePath, desFile) < 0 || RPMFS_ProcIsFileExist(xml) == 0)
+    if (snprintf_s(xml, sizeof(xml), sizeof(xml) - 1, "%s%s", basePath, desFile) < 0 ||
+        RPMFS_ProcIsFileExist(xml) == 0)
         return -1;
     uint32_t count = 0;
     if (RPM_ParseXmlDstTypeCodeFileNodeNum_HOOK(xml, kBaseSoftwareCode, &count) != 0 || count == 0) return -1;
@@ -227,7 +230,8 @@ static int32_t DescriptionFileOfArgument(lua_State *state, char *xml, uint32_t s
 int QAV_ProcIssuGetNEType(lua_State *state) {
     char xml[384] = {0};
     char neType[64] = {0};
-    if (DescriptionFileOfArgument(state, xml, sizeof(xml)) != 0 || QAV_GetNETypeFromVercfg(xml, neType, sizeof(neType)) != 0)
+    if (DescriptionFileOfArgument(state, xml, sizeof(xml)) != 0 ||
+        QAV_GetNETypeFromVercfg(xml, neType, sizeof(neType)) != 0)
         return PushFailure(state);
     SYSDT_SPTI_PushUInt(state, qav::kOk);
     SYSDT_SPTI_PushString(state, neType, sizeof(neType));
@@ -237,7 +241,8 @@ int QAV_ProcIssuGetNEType(lua_State *state) {
 int QAV_ProcIssuGetProductType(lua_State *state) {
     char xml[384] = {0};
     char productType[64] = {0};
-    if (DescriptionFileOfArgument(state, xml, sizeof(xml)) != 0 || QAV_GetProductTypeFromVercfg(xml, productType) != 0)
+    if (DescriptionFileOfArgument(state, xml, sizeof(xml)) != 0 ||
+        QAV_GetProductTypeFromVercfg(xml, productType) != 0)
         return PushFailure(state);
     SYSDT_SPTI_PushUInt(state, qav::kOk);
     SYSDT_SPTI_PushString(state, productType, sizeof(productType));
@@ -281,7 +286,8 @@ int32_t QAV_SearchDirAndGetRpgFile(const char *dir, char *name, uint32_t size) {
 int32_t QAV_DecompressPkg(const char *package, const char *dir) {
     char command[512] = {0};
     if (package == nullptr || dir == nullptr ||
-        snprintf_s(command, sizeof(command), sizeof(command) - 1, "tar -mzxf %s --directory=%s", package, dir) < 0)
+        snprintf_s(command, sizeof(command), sizeof(command) - 1, "tar -mzxf %s --directory=%s", package,
+                   dir) < 0)
         return -1;
     if (Frame_CommandFilter(2, package, dir) != 0) return -1;
     return Frame_System(command) == 0 ? 0 : -1;
@@ -298,8 +304,8 @@ int32_t QAV_SearchRpgAndMount(const char *dir, char *mountPoint, uint32_t size) 
 
 int32_t QAV_SU_GetRpgInfoByVersion(const char *package, RPM_RPG_INFO *info) {
     char name[128] = {0};
-    if (package == nullptr || info == nullptr || QAV_SplitPathFileName(package, nullptr, name, sizeof(name)) != 1 ||
-        name[0] == '\0')
+    if (package == nullptr || info == nullptr ||
+        QAV_SplitPathFileName(package, nullptr, name, sizeof(name)) != 1 || name[0] == '\0')
         return -1;
     char relative[256] = {0};
     char scratch[256] = {0};
@@ -325,7 +331,8 @@ int32_t QAV_SU_GetRpgInfoByVersion(const char *package, RPM_RPG_INFO *info) {
         }
     }
     // Undo whatever this call set up, whichever step failed.
-    if (mountPoint[0] == '\0') (void)RPM_GetFullPath(kMountPoint, mountPoint, sizeof(mountPoint), RPM_PATH_PROGRAM);
+    if (mountPoint[0] == '\0')
+        (void)RPM_GetFullPath(kMountPoint, mountPoint, sizeof(mountPoint), RPM_PATH_PROGRAM);
     if (RPM_IsDirMounted_HOOK(mountPoint) != 0) (void)RPMFS_UnMount(mountPoint);
     if (DirExists(mountPoint)) (void)RPM_RmParentDir(mountPoint, 1);
     if (madeHere) (void)RPM_RmParentDir(scratch, 1);

@@ -22,7 +22,9 @@ constexpr uint32_t kPackageUnreadable = 12740;
 constexpr uint32_t kRiskEventId = 0xD181004;
 constexpr uint16_t kEventBufferSize = 1024;
 
-const xmlChar *X(const char *text) { return reinterpret_cast<const xmlChar *>(text); }
+const xmlChar *X(const char *text) {
+    return reinterpret_cast<const xmlChar *>(text);
+}
 
 } // namespace
 
@@ -126,7 +128,8 @@ uint32_t QAV_AddCheckResult(xmlNodePtr root, const char *groupName, const QAV_RI
     return QAV_AddCheckResultItem(group, result);
 }
 
-uint32_t QAV_GetAndCheckXmlFileInitInfoFromInput(lua_State *state, char *path, char *neName, char *neItemName) {
+uint32_t QAV_GetAndCheckXmlFileInitInfoFromInput(lua_State *state, char *path, char *neName,
+                                                 char *neItemName) {
     int32_t argc = SYSDT_SPTI_GetTop(state);
     if (argc != 3) {
         PatLog(3, "Format path ParaNum %d wrong.", argc);
@@ -169,7 +172,8 @@ QAV_ENTRY_FUNCTION QAV_InitRiskCheckXmlFile(lua_State *state) {
     return qav::ReturnUInt(state, qav::kOk);
 }
 
-uint32_t QAV_SetXmlNodeContentGetInput(lua_State *state, char *path, char *group, QAV_RISK_CHECK_RESULT *result) {
+uint32_t QAV_SetXmlNodeContentGetInput(lua_State *state, char *path, char *group,
+                                       QAV_RISK_CHECK_RESULT *result) {
     int32_t argc = SYSDT_SPTI_GetTop(state);
     if (argc != 6) {
         PatLog(3, "Format path ParaNum %d wrong.", argc);
@@ -204,8 +208,8 @@ uint32_t QAV_SetXmlNodeContentGetInput(lua_State *state, char *path, char *group
 }
 
 QAV_ENTRY_FUNCTION QAV_AddRiskCheckResult(lua_State *state) {
-    auto *result = static_cast<QAV_RISK_CHECK_RESULT *>(
-        ZAK_Malloc_F(g_pLocaHandleQav, g_aucZakMemPt, sizeof(QAV_RISK_CHECK_RESULT), qav::kSourceTag, __LINE__));
+    auto *result = static_cast<QAV_RISK_CHECK_RESULT *>(ZAK_Malloc_F(
+        g_pLocaHandleQav, g_aucZakMemPt, sizeof(QAV_RISK_CHECK_RESULT), qav::kSourceTag, __LINE__));
     if (result == nullptr) {
         PatLog(3, "malloc failed!");
         return qav::ReturnUInt(state, qav::kFailed);
@@ -261,7 +265,8 @@ uint32_t QAV_RiskCheckParaCheckGetInput(lua_State *state, char *xml, const char 
             return qav::kFailed;
         }
     }
-    if (!qav::CopyStringArg(state, 1, xml, 256, "QAV_RiskCheckParaCheckGetInput", __LINE__)) return qav::kFailed;
+    if (!qav::CopyStringArg(state, 1, xml, 256, "QAV_RiskCheckParaCheckGetInput", __LINE__))
+        return qav::kFailed;
     *packageType = texts[1];
     *version = texts[2];
     return qav::kOk;
@@ -277,7 +282,8 @@ QAV_ENTRY_FUNCTION QAV_RiskCheckParaCheck(lua_State *state) {
         return qav::ReturnUInt(state, qav::kFailed);
     }
     char packageType[64] = {0};
-    rc = RPM_ParseXmlElementNodeValueByPath_HOOK(xml, "Product/PackageType", packageType, sizeof(packageType));
+    rc =
+        RPM_ParseXmlElementNodeValueByPath_HOOK(xml, "Product/PackageType", packageType, sizeof(packageType));
     if (rc != 0) {
         PatLog(3, "Get PackageType from file(%s) fail! RetCode:%u.", xml, rc);
         return qav::ReturnUInt(state, kPackageUnreadable);
@@ -334,8 +340,8 @@ QAV_ENTRY_FUNCTION QAV_RiskCheckReport(lua_State *state) {
     auto *control = static_cast<QAV_EVENT_CTRL *>(
         ZAK_Malloc_F(g_pLocaHandleQav, g_aucZakMemPt, sizeof(QAV_EVENT_CTRL), qav::kSourceTag, __LINE__));
     if (control == nullptr) return qav::ReturnUInt(state, qav::kFailed);
-    control->pucBuffer =
-        static_cast<uint8_t *>(ZAK_Malloc_F(g_pLocaHandleQav, g_aucZakMemPt, kEventBufferSize, qav::kSourceTag, __LINE__));
+    control->pucBuffer = static_cast<uint8_t *>(
+        ZAK_Malloc_F(g_pLocaHandleQav, g_aucZakMemPt, kEventBufferSize, qav::kSourceTag, __LINE__));
     if (control->pucBuffer == nullptr) {
         (void)ZAK_Free_F(control, qav::kSourceTag, __LINE__);
         return qav::ReturnUInt(state, qav::kFailed);
@@ -355,8 +361,8 @@ QAV_ENTRY_FUNCTION QAV_RiskCheckReport(lua_State *state) {
 
 QAV_ENTRY_FUNCTION QAV_RiskGetOSUpdMode(lua_State *state) {
     // The OS update mode is not reported by the update script on any device: always 0.
-    RPM_LogToFile(qav::kUpgradeLogId, qav::kLogStateChange, "[RiskCheck_OSMode]The result of Upd_mode from .sh is %u.",
-                  0u);
+    RPM_LogToFile(qav::kUpgradeLogId, qav::kLogStateChange,
+                  "[RiskCheck_OSMode]The result of Upd_mode from .sh is %u.", 0u);
     return qav::ReturnUInt(state, 0);
 }
 

@@ -63,8 +63,8 @@ uint32_t QAV_CheckModXmlInfo(const char *xmlPath, uint32_t flag) {
     uint32_t rc = CheckNeType(xmlPath, true);
     if (rc != 0) return rc;
     char appType[65] = {0};
-    if (RPM_ParseXmlElementNodeValueByPath_HOOK(xmlPath, "Product/APPList/APP/APPType", appType, sizeof(appType)) !=
-            0 ||
+    if (RPM_ParseXmlElementNodeValueByPath_HOOK(xmlPath, "Product/APPList/APP/APPType", appType,
+                                                sizeof(appType)) != 0 ||
         std::strlen(appType) >= 64) {
         PatLog(3, "Get appType failed or appType is too long in xml.");
         return kAppTypeFailed;
@@ -110,7 +110,9 @@ uint32_t QAV_GetAndCheckInfoFromXmlGetInput(lua_State *state, char *xml, uint32_
         PatLog(3, "String param 1 is null");
         return qav::kFailed;
     }
-    return qav::CopyStringArg(state, 1, xml, size, "QAV_GetAndCheckInfoFromXmlGetInput", __LINE__) ? 0 : qav::kFailed;
+    return qav::CopyStringArg(state, 1, xml, size, "QAV_GetAndCheckInfoFromXmlGetInput", __LINE__)
+               ? 0
+               : qav::kFailed;
 }
 
 QAV_ENTRY_FUNCTION QAV_GetSoftwareNumFromXml(lua_State *state) {

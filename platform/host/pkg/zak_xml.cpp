@@ -49,7 +49,8 @@ void ZAK_Adapt_xmlFreeDoc(xmlDocPtr doc) {
 uint32_t RPM_ParseXmlFile_HOOK(const char *path, xmlDocPtr *doc) {
     if (uint32_t code = 0; zakhost::pkg::injected_code("RPM_ParseXmlFile_HOOK", &code)) return code;
     if (path == nullptr || doc == nullptr) return 1;
-    *doc = xmlReadFile(path, nullptr, XML_PARSE_NONET | XML_PARSE_NOBLANKS | XML_PARSE_NOERROR | XML_PARSE_NOWARNING);
+    *doc = xmlReadFile(path, nullptr,
+                       XML_PARSE_NONET | XML_PARSE_NOBLANKS | XML_PARSE_NOERROR | XML_PARSE_NOWARNING);
     return *doc != nullptr ? 0 : 2;
 }
 
