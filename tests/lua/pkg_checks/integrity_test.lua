@@ -150,4 +150,13 @@ T.case("file digest query: 64 hex characters or code 22 alone", function()
     T.ok(code ~= 0 and code ~= 22, "platform code passed through")
 end)
 
+T.case("qav_SHA_Digest is a second name of the credentials digest function", function()
+    local args = { "abc", 1 }
+    if m.qav_Crypt_Digest == nil then
+        T.eq(T.results(m.qav_SHA_Digest(table.unpack(args))), { n = 1, 0xFFFFFFFF })
+    else
+        T.eq(T.results(m.qav_SHA_Digest(table.unpack(args))), T.results(m.qav_Crypt_Digest(table.unpack(args))))
+    end
+end)
+
 T.run()
