@@ -15,8 +15,6 @@ typedef struct QAV_EVENT_CTRL {
     uint16_t usCapacity;
 } QAV_EVENT_CTRL;
 
-/* The component id of the caller's process for event records. */
-uint32_t QAV_GetEcmCid(void);
 /* Writes one event record; 0 on success. */
 uint32_t QAV_EventLogCtrl(uint32_t cid, const QAV_EVENT_CTRL *control, uint32_t eventId, const char *format,
                           ...) __attribute__((format(printf, 4, 5)));

@@ -13,6 +13,11 @@
 
 using qav::vercfg::PatLog;
 
+extern "C" {
+// The event area's component id lookup; a build without that area sends with component id 0.
+uint32_t QAV_GetEcmCid(uint32_t *componentId) __attribute__((weak));
+}
+
 namespace {
 
 constexpr const char *kRootName = "RiskCheck";
@@ -353,7 +358,9 @@ QAV_ENTRY_FUNCTION QAV_RiskCheckReport(lua_State *state) {
     (void)memcpy_s(control->pucBuffer + control->usUsedLen, control->usCapacity - control->usUsedLen, element,
                    sizeof(element));
     control->usUsedLen = static_cast<uint16_t>(control->usUsedLen + sizeof(element));
-    rc = QAV_EventLogCtrl(QAV_GetEcmCid(), control, kRiskEventId, "%s%s", text1, text2);
+    uint32_t cid = 0;
+    if (QAV_GetEcmCid != nullptr) (void)QAV_GetEcmCid(&cid);
+    rc = QAV_EventLogCtrl(cid, control, kRiskEventId, "%s%s", text1, text2);
     (void)ZAK_Free_F(control->pucBuffer, qav::kSourceTag, __LINE__);
     (void)ZAK_Free_F(control, qav::kSourceTag, __LINE__);
     return qav::ReturnUInt(state, rc);

@@ -1,6 +1,6 @@
 // Package paths, file checks and device path conversion of the package manager.
 // Storages: a device path "<storage>:<relative>" names a file under the directory that the
-// profile section [storage] gives for that storage (relative to the device root).
+// profile section [storage] gives for that storage (an absolute device path, inside the sandbox).
 #include <ftw.h>
 #include <spawn.h>
 #include <sys/stat.h>
@@ -21,8 +21,8 @@ extern char **environ;
 namespace {
 
 const zakhost::ProfileDefault kStorages[] = {
-    {"storage", "flash0", "zakv8/main/home"},
-    {"storage", "flash1", "zakv8/main/flash1"},
+    {"storage", "flash0", "/zakv8/main/home"},
+    {"storage", "flash1", "/zakv8/main/flash1"},
 };
 const zakhost::ProfileDefault kDesFile{"package", "des_file", "vercfg.xml"};
 const zakhost::ProfileDefault kServiceAccount{"device", "service_account", ""};
@@ -41,7 +41,7 @@ bool split_device_path(const char *path, std::string *storageDir, std::string *r
     if (storage.find_first_of("/\\") != std::string::npos) return false;
     auto dir = zakhost::profile_value("storage", storage);
     if (!dir || dir->empty()) return false;
-    *storageDir = zakhost::root() + "/" + *dir;
+    *storageDir = zakhost::in_root(*dir);
     *rest = path + kStorageNameLength + 1;
     return true;
 }

@@ -165,7 +165,8 @@ T.case("risk-check event carries the check code element and the joined texts", f
     local e = events[#events]
     T.eq(e.call, "QAV_EventLogCtrl")
     T.eq(e.info, "0x0D181004")
-    T.eq(e.text, "disk full")
+    T.eq(e.format, "%s%s")
+    T.eq(e.values, { "disk ", "full" })
     -- type 1, length 2, the two low-order bytes of the code, each in the machine's byte order
     local one, two, code = string.pack("=I2", 1), string.pack("=I2", 2), string.pack("=I2", 0x5678)
     T.eq(e.control, (one .. two .. code):gsub(".", function(c) return string.format("%02x", c:byte()) end))
