@@ -11,7 +11,7 @@ F.quote = quote
 
 local function qavpkg_path()
     local p = io.popen("readlink /proc/$PPID/exe")
-    local exe = p:read("l")
+    local exe = p:read("*l")
     p:close()
     return (exe:gsub("/[^/]*$", "")) .. "/qavpkg"
 end
@@ -39,7 +39,7 @@ end
 function F.read(path)
     local f = io.open(path, "rb")
     if not f then return nil end
-    local data = f:read("a")
+    local data = f:read("*a")
     f:close()
     return data
 end

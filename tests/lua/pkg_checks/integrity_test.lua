@@ -23,7 +23,7 @@ T.case("intact files pass; one changed byte fails with the four lines in order",
         T.eq({ check(dir) }, { 0, "FALSE" })
         local lines = F.patch_log()
         local p = io.popen("sha256sum " .. F.quote(dir .. "/sub/b.bin"))
-        local actual = p:read("l"):match("^(%x+)")
+        local actual = p:read("*l"):match("^(%x+)")
         p:close()
         local want = { "[UPG]local file is not correct!", "acSoftwareName = sub/b.bin",
             "local software SHAValue = " .. recorded, "acDigest = " .. actual .. ", in xml" }

@@ -207,4 +207,13 @@ T.case("name lists and the VNFC test", function()
     T.eq(zh.memory().blocks, before)
 end)
 
+T.case("qavpkg refuses what it cannot build", function()
+    local q = F.quote(F.qavpkg_bin)
+    T.ok(not F.sh(q .. " vercfg " .. F.quote(F.root .. "/no-such-dir") .. " 2>/dev/null"))
+    T.ok(not F.sh(q .. " vercfg " .. F.quote(base) .. " --set Unknown=1 2>/dev/null"))
+    T.ok(not F.sh(q .. " vercfg " .. F.quote(base) .. " --file a,colour=red 2>/dev/null"))
+    T.ok(not F.sh(q .. " layout " .. F.quote(base) .. " 2>/dev/null"))
+    T.ok(F.read(baseXml):find("V100 R002", 1, true), "the package's vercfg.xml is left as it was")
+end)
+
 T.run()

@@ -168,8 +168,13 @@ T.case("risk-check event carries the check code element and the joined texts", f
     T.eq(e.format, "%s%s")
     T.eq(e.values, { "disk ", "full" })
     -- type 1, length 2, the two low-order bytes of the code, each in the machine's byte order
-    local one, two, code = string.pack("=I2", 1), string.pack("=I2", 2), string.pack("=I2", 0x5678)
-    T.eq(e.control, (one .. two .. code):gsub(".", function(c) return string.format("%02x", c:byte()) end))
+    local little, big = "010002007856", "000100025678"
+    if string.pack then
+        local bytes = string.pack("=I2I2I2", 1, 2, 0x5678)
+        T.eq(e.control, (bytes:gsub(".", function(c) return string.format("%02x", c:byte()) end)))
+    else
+        T.ok(e.control == little or e.control == big, e.control)
+    end
     zh.inject("QAV_EventLogCtrl", 9)
     T.eq(m.qav_RiskCheckReport(1, "a", "b"), 9)
     T.eq(m.qav_RiskCheckReport(1, "a"), 1)

@@ -2,10 +2,13 @@
 -- (entities decoded) and their child elements in order. Enough for documents libxml2 writes.
 local X = {}
 
+-- Numeric references in the documents checked here are ASCII.
+local char = utf8 and utf8.char or string.char
+
 local function decode(s)
     return (s:gsub("&(#?x?)(%w+);", function(kind, body)
-        if kind == "#" then return utf8.char(tonumber(body)) end
-        if kind == "#x" then return utf8.char(tonumber(body, 16)) end
+        if kind == "#" then return char(tonumber(body)) end
+        if kind == "#x" then return char(tonumber(body, 16)) end
         local named = { amp = "&", lt = "<", gt = ">", quot = '"', apos = "'" }
         return named[body] or ("&" .. body .. ";")
     end))
@@ -54,7 +57,7 @@ end
 function X.parse_file(path)
     local f = io.open(path, "rb")
     if not f then return nil end
-    local data = f:read("a")
+    local data = f:read("*a")
     f:close()
     return X.parse(data)
 end
