@@ -37,15 +37,25 @@ typedef struct QAV_EVENT_VALUE {
 } QAV_EVENT_VALUE;
 
 typedef enum QAV_EVENT_CALL {
-    QAV_EVENT_CALL_LOG = 0,  /* QAV_EventLog */
-    QAV_EVENT_CALL_VS = 1,   /* QAV_EventLogVs: with a virtual-system id */
-    QAV_EVENT_CALL_CTRL = 2, /* QAV_EventLogCtrl: with a control word */
+    QAV_EVENT_CALL_LOG = 0, /* QAV_EventLog */
+    QAV_EVENT_CALL_VS = 1,  /* QAV_EventLogVs: with a virtual-system id */
 } QAV_EVENT_CALL;
 
+/* The control block of QAV_EventLogCtrl: elements of 16-bit type, 16-bit length and that many
+ * bytes, `usUsedLen` bytes of a buffer of `usCapacity`. */
+typedef struct QAV_EVENT_CTRL {
+    uint8_t *pucBuffer;
+    uint16_t usUsedLen;
+    uint16_t usCapacity;
+} QAV_EVENT_CTRL;
+
 /* Writes one event record; 0, or 22 for a type string that does not match the values. `extra` is
- * the virtual-system id or the control word, as `call` says. */
+ * the virtual-system id for QAV_EVENT_CALL_VS. */
 uint32_t QAV_EventLogValues(uint32_t call, uint32_t componentId, uint32_t extra, uint32_t infoCode,
                             const char *format, const QAV_EVENT_VALUE *values, uint32_t count);
+/* The same with a control block, whose used bytes go into the record. */
+uint32_t QAV_EventLogCtrlValues(uint32_t componentId, const QAV_EVENT_CTRL *control, uint32_t infoCode,
+                                const char *format, const QAV_EVENT_VALUE *values, uint32_t count);
 
 /* The clock-change trap with the new local time. */
 uint32_t ZAK_SendClockChangeTrap(uint32_t componentId, const SYS_TIME *newTime);
@@ -109,9 +119,10 @@ uint32_t QAV_EventLogVs(uint32_t componentId, uint32_t vsId, uint32_t infoCode, 
     return qav_event_values::Send(QAV_EVENT_CALL_VS, componentId, vsId, infoCode, format, values...);
 }
 template <typename... Values>
-uint32_t QAV_EventLogCtrl(uint32_t componentId, uint32_t control, uint32_t infoCode, const char *format,
-                          Values... values) {
-    return qav_event_values::Send(QAV_EVENT_CALL_CTRL, componentId, control, infoCode, format, values...);
+uint32_t QAV_EventLogCtrl(uint32_t componentId, const QAV_EVENT_CTRL *control, uint32_t infoCode,
+                          const char *format, Values... values) {
+    const QAV_EVENT_VALUE list[sizeof...(Values) + 1] = {qav_event_values::Of(values)..., QAV_EVENT_VALUE{}};
+    return QAV_EventLogCtrlValues(componentId, control, infoCode, format, list, sizeof...(Values));
 }
 // Hands a record to the patch dialog hook, which must be set.
 template <typename... Values>

@@ -39,16 +39,6 @@ uint32_t QAV_ExistZAK_GetBackupInfoState(void);
 /* The two backup states: of this board and of its mate. */
 uint32_t QAV_ZAKGetBackupInfoState(uint16_t *state1, uint16_t *state2);
 
-/* Services of the package manager's file and XML layers that the device functions use. */
-/* The text of the element at a slash-separated path from the root ("Product/InterfaceId"). */
-uint32_t RPM_ParseXmlElementNodeValueByPath_HOOK(const char *xmlPath, const char *elementPath, char *out,
-                                                 uint32_t size);
-/* Removes one file; 0 on success. */
-uint32_t RPMFS_DelFile(const char *path);
-/* The full path of `relative` under the platform's roots (mode 2: the common root, mode 3:
- * storage flash0). */
-uint32_t RPM_GetFullPath(const char *relative, char *out, uint32_t size, uint32_t mode);
-
 #ifdef __cplusplus
 }
 #endif

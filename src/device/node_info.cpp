@@ -14,6 +14,8 @@
 #include "os_env.h"
 #include "rpm_device.h"
 #include "rpm_ini.h"
+#include "rpm_paths.h"
+#include "rpm_vercfg.h"
 #include "securec.h"
 
 namespace {

@@ -4,7 +4,8 @@
 #include <cstring>
 
 #include "binding/script_frame.h"
-#include "event_ctrl.h"
+#include "event/component_id.h"
+#include "qav_event.h"
 #include "pkg/vercfg.h"
 #include "rpm_paths.h"
 #include "rpm_vercfg.h"
@@ -12,11 +13,6 @@
 #include "zak_xml.h"
 
 using qav::vercfg::PatLog;
-
-extern "C" {
-// The event area's component id lookup; a build without that area sends with component id 0.
-uint32_t QAV_GetEcmCid(uint32_t *componentId) __attribute__((weak));
-}
 
 namespace {
 
@@ -359,7 +355,7 @@ QAV_ENTRY_FUNCTION QAV_RiskCheckReport(lua_State *state) {
                    sizeof(element));
     control->usUsedLen = static_cast<uint16_t>(control->usUsedLen + sizeof(element));
     uint32_t cid = 0;
-    if (QAV_GetEcmCid != nullptr) (void)QAV_GetEcmCid(&cid);
+    (void)QAV_GetEcmCid(&cid);
     rc = QAV_EventLogCtrl(cid, control, kRiskEventId, "%s%s", text1, text2);
     (void)ZAK_Free_F(control->pucBuffer, qav::kSourceTag, __LINE__);
     (void)ZAK_Free_F(control, qav::kSourceTag, __LINE__);

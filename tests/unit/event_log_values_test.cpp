@@ -53,6 +53,8 @@ TEST_F(EventValues, AnIntegerOfEitherSignFillsBothIntegerSlots) {
 
 TEST_F(EventValues, MismatchesAreErrorRecords) {
     SYS_TIME t{};
+    uint8_t controlBytes[4] = {0x01, 0x00, 0xFF, 0xEE};
+    const QAV_EVENT_CTRL control{controlBytes, 3, sizeof controlBytes};
     struct {
         uint32_t status;
         const char *expected;
@@ -67,7 +69,7 @@ TEST_F(EventValues, MismatchesAreErrorRecords) {
         {QAV_EventLog(0u, 1u, "%s", static_cast<const char *>(nullptr)), "value 1 is a null text"},
         {QAV_EventLog(0u, 1u, "%x", 1), "unknown type at offset 0"},
         {QAV_EventLog(0u, 1u, "%d %d", 1, 2), "unknown type at offset 2"},
-        {QAV_EventLogCtrl(0u, 9u, 1u, "%_T_1", static_cast<const SYS_TIME *>(&t)),
+        {QAV_EventLogCtrl(0u, &control, 1u, "%_T_1", static_cast<const SYS_TIME *>(&t)),
          "unknown type at offset 0"},
     };
     auto records = zakhost::log_records("event");
@@ -78,7 +80,7 @@ TEST_F(EventValues, MismatchesAreErrorRecords) {
         ASSERT_NE(error, nullptr) << i;
         EXPECT_EQ(error->text, cases[i].expected) << i;
     }
-    EXPECT_EQ(Field(records.back(), "ctrl")->number, 9);
+    EXPECT_EQ(Field(records.back(), "control")->text, "0100ff");
     EXPECT_EQ(Field(records.back(), "call")->text, "QAV_EventLogCtrl");
 }
 

@@ -13,7 +13,7 @@ extern "C" {
 
 namespace {
 
-const char *const kCallNames[] = {"QAV_EventLog", "QAV_EventLogVs", "QAV_EventLogCtrl"};
+const char *const kCallNames[] = {"QAV_EventLog", "QAV_EventLogVs"};
 
 std::string Hex32(uint32_t value) {
     char text[16];
@@ -103,14 +103,28 @@ std::string Fill(Slot slot, const QAV_EVENT_VALUE &value, zakhost::Json *out) {
     return "has no slot";
 }
 
+// The used bytes of a control block as lower-case hexadecimal text.
+std::string ControlBytes(const QAV_EVENT_CTRL *control) {
+    static const char kHex[] = "0123456789abcdef";
+    std::string bytes;
+    if (control == nullptr || control->pucBuffer == nullptr) return bytes;
+    for (uint16_t i = 0; i < control->usUsedLen && i < control->usCapacity; ++i) {
+        bytes += kHex[control->pucBuffer[i] >> 4];
+        bytes += kHex[control->pucBuffer[i] & 0xF];
+    }
+    return bytes;
+}
+
 uint32_t WriteRecord(const char *call, const char *extraKey, uint32_t componentId, uint32_t extra,
-                     uint32_t infoCode, const char *format, const QAV_EVENT_VALUE *values, uint32_t count) {
+                     uint32_t infoCode, const char *format, const QAV_EVENT_VALUE *values, uint32_t count,
+                     const QAV_EVENT_CTRL *control = nullptr) {
     zakhost::Json record = zakhost::Json::object();
     record.set("call", zakhost::Json::of(std::string(call)));
     record.set("cid", zakhost::Json::of(static_cast<int64_t>(componentId)));
     if (extraKey != nullptr) record.set(extraKey, zakhost::Json::of(static_cast<int64_t>(extra)));
     record.set("info", zakhost::Json::of(Hex32(infoCode)));
     record.set("format", format != nullptr ? zakhost::Json::of(std::string(format)) : zakhost::Json{});
+    if (control != nullptr) record.set("control", zakhost::Json::of(ControlBytes(control)));
     if (values == nullptr) count = 0;
 
     std::vector<Slot> slots;
@@ -168,11 +182,21 @@ PAT_DIALOG_FUNC g_pfPatchDialogFunc = nullptr;
 uint32_t QAV_EventLogValues(uint32_t call, uint32_t componentId, uint32_t extra, uint32_t infoCode,
                             const char *format, const QAV_EVENT_VALUE *values, uint32_t count) {
     int64_t injected = 0;
-    if (call > QAV_EVENT_CALL_CTRL) return QAV_EVENT_MISMATCH;
+    if (call > QAV_EVENT_CALL_VS) return QAV_EVENT_MISMATCH;
     if (zakhost::injected(kCallNames[call], &injected))
         return injected == 0 ? QAV_EVENT_MISMATCH : static_cast<uint32_t>(injected);
-    const char *extraKey = call == QAV_EVENT_CALL_VS ? "vs" : call == QAV_EVENT_CALL_CTRL ? "ctrl" : nullptr;
+    const char *extraKey = call == QAV_EVENT_CALL_VS ? "vs" : nullptr;
     return WriteRecord(kCallNames[call], extraKey, componentId, extra, infoCode, format, values, count);
+}
+
+uint32_t QAV_EventLogCtrlValues(uint32_t componentId, const QAV_EVENT_CTRL *control, uint32_t infoCode,
+                                const char *format, const QAV_EVENT_VALUE *values, uint32_t count) {
+    int64_t injected = 0;
+    if (zakhost::injected("QAV_EventLogCtrl", &injected))
+        return injected == 0 ? QAV_EVENT_MISMATCH : static_cast<uint32_t>(injected);
+    static const QAV_EVENT_CTRL kEmpty{nullptr, 0, 0};
+    return WriteRecord("QAV_EventLogCtrl", nullptr, componentId, 0, infoCode, format, values, count,
+                       control != nullptr ? control : &kEmpty);
 }
 
 uint32_t ZAK_SendClockChangeTrap(uint32_t componentId, const SYS_TIME *newTime) {

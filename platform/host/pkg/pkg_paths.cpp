@@ -15,6 +15,7 @@
 #include "pkg_host.h"
 #include "rpm_paths.h"
 #include "securec.h"
+#include "zak_fs.h"
 
 extern char **environ;
 
@@ -25,7 +26,6 @@ const zakhost::ProfileDefault kStorages[] = {
     {"storage", "flash1", "/zakv8/main/flash1"},
 };
 const zakhost::ProfileDefault kDesFile{"package", "des_file", "vercfg.xml"};
-const zakhost::ProfileDefault kServiceAccount{"device", "service_account", ""};
 
 constexpr size_t kStorageNameLength = 6;
 
@@ -180,35 +180,10 @@ uint32_t RPM_RmParentDir(const char *dir, uint32_t recursive) {
     return rmdir(dir) == 0 ? 0 : 1;
 }
 
-__attribute__((weak)) uint32_t ZAK_InputPathCheck(const char *path) {
-    if (uint32_t code = 0; injected_code("ZAK_InputPathCheck", &code)) return code;
-    std::string storageDir, rest;
-    return split_device_path(path, &storageDir, &rest) ? 0 : 1;
-}
-
-__attribute__((weak)) uint32_t ZAK_ZakPathToLinuxPath(const char *devicePath, char *out, uint32_t size) {
-    if (uint32_t code = 0; injected_code("ZAK_ZakPathToLinuxPath", &code)) return code;
-    std::string storageDir, rest;
-    if (!split_device_path(devicePath, &storageDir, &rest)) return 1;
-    return copy_out(storageDir + "/" + rest, out, size) ? 0 : 1;
-}
-
-// The service account comes from the profile; empty keeps the file's owner (a host without
-// such an account).
-__attribute__((weak)) uint32_t P_ZAK_Chown2ZAK(const char *path, uint32_t) {
+// The platform's service account, as the file family resolves it from the profile's [accounts].
+uint32_t P_ZAK_Chown2ZAK(const char *path, uint32_t flags) {
     if (uint32_t code = 0; injected_code("P_ZAK_Chown2ZAK", &code)) return code;
-    struct stat st {};
-    if (path == nullptr || stat(path, &st) != 0) return 1;
-    std::string account = zakhost::profile_string("device", "service_account");
-    if (account.empty()) return 0;
-    std::string uid = account.substr(0, account.find(':'));
-    std::string gid = account.find(':') == std::string::npos ? uid : account.substr(account.find(':') + 1);
-    char *endUid = nullptr;
-    char *endGid = nullptr;
-    unsigned long u = std::strtoul(uid.c_str(), &endUid, 10);
-    unsigned long g = std::strtoul(gid.c_str(), &endGid, 10);
-    if (*endUid != '\0' || *endGid != '\0') return 1;
-    return chown(path, static_cast<uid_t>(u), static_cast<gid_t>(g)) == 0 ? 0 : 1;
+    return P_BOOT_Chown2ZAK(path, flags) == 0 ? 0 : 1;
 }
 
 } // extern "C"

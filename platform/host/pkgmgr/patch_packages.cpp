@@ -122,13 +122,6 @@ uint32_t PAT_GetPatPkgBoardType(const char *path) {
     return le32(entry(header.data(), 0) + PAT_DESC_BOARD_OFFSET);
 }
 
-// Weak: the package-check family may bring its own.
-__attribute__((weak)) uint32_t PAT_IsFileExist(const char *path) {
-    if (zakhost::injected("PAT_IsFileExist")) return 0;
-    struct stat st {};
-    return path != nullptr && stat(path, &st) == 0 ? 1 : 0;
-}
-
 uint32_t PAT_IsPatchFile(const char *path, uint32_t *isPackage) {
     if (zakhost::injected("PAT_IsPatchFile")) return 0;
     if (path == nullptr || isPackage == nullptr || !ends_with_pat(path)) return 0;
