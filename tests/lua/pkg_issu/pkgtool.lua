@@ -5,7 +5,7 @@ local P = {}
 
 local function tool_dir()
     local pipe = io.popen("readlink -f /proc/$PPID/exe")
-    local exe = pipe:read("l")
+    local exe = pipe:read("*l")
     pipe:close()
     return exe:match("^(.*)/[^/]*$")
 end

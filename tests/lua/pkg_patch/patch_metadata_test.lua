@@ -15,7 +15,7 @@ local function write_rinfo(lines)
 end
 local function md5sum(path)
     local pipe = io.popen("md5sum " .. path)
-    local digest = pipe:read("l"):match("^(%x+)")
+    local digest = pipe:read("*l"):match("^(%x+)")
     pipe:close()
     return digest
 end

@@ -26,7 +26,7 @@ end
 
 local function gnu(cmd)
     local p = io.popen(cmd)
-    local out = p:read("a")
+    local out = p:read("*a")
     p:close()
     return out
 end
