@@ -1,10 +1,12 @@
 # The two set-up commands (see README.md):
 #   make run    build, then run the example upgrade pre-check in a fresh device sandbox
 #   make test   build, then run every test (C++ and Lua) with ctest
-# Options: LUA=5.2|5.3|5.4 (default 5.4), BUILD=<dir> (default build), SANITIZE=address,undefined
+# Options: LUA=5.2|5.3|5.4 (default 5.4), BUILD=<dir> (default build), SANITIZE=address,undefined,
+# BENCH=OFF (skip building the benchmarks)
 LUA ?= 5.4
 BUILD ?= build
 SANITIZE ?=
+BENCH ?= ON
 JOBS ?= $(shell nproc)
 SANDBOX ?= $(BUILD)/sandbox
 
@@ -16,7 +18,7 @@ deps:
 	@tools/install-deps.sh $(LUA)
 
 configure: deps
-	@cmake -S . -B $(BUILD) -DQAV_LUA_VERSION=$(LUA) -DQAV_SANITIZE=$(SANITIZE) >/dev/null
+	@cmake -S . -B $(BUILD) -DQAV_LUA_VERSION=$(LUA) -DQAV_SANITIZE=$(SANITIZE) -DQAV_BUILD_BENCH=$(BENCH) >/dev/null
 
 build: configure
 	@cmake --build $(BUILD) -j$(JOBS)

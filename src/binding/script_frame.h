@@ -105,6 +105,11 @@ bool FieldCopyString(lua_State *state, int32_t tableIndex, const char *key, char
 
 } // namespace qav
 
+// lauxlib.h defines luaL_checkstring as a macro; the library exports a function of that name.
+#ifdef luaL_checkstring
+#undef luaL_checkstring
+#endif
+
 extern "C" {
 // The library's memory handle for ZAK_Malloc_F.
 extern void *g_pLocaHandleQav;

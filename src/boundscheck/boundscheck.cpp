@@ -17,8 +17,9 @@ bool overlaps(const void *a, size_t aLen, const void *b, size_t bLen) {
     return x < y + bLen && y < x + aLen;
 }
 
-// Appends at most `count` characters of src (the whole of it when count is SIZE_MAX).
-errno_t append(char *dest, size_t destMax, const char *src, size_t count) {
+// The checks every string copy and append starts with; EOK when the call may go on. Failures
+// after a valid destination reset it.
+errno_t check_string_call(char *dest, size_t destMax, const char *src, size_t count) {
     if (bad_size(destMax)) return SECUREC_ERANGE;
     if (dest == nullptr) return SECUREC_EINVAL;
     if (src == nullptr) {
@@ -29,6 +30,12 @@ errno_t append(char *dest, size_t destMax, const char *src, size_t count) {
         dest[0] = '\0';
         return ERANGE_AND_RESET;
     }
+    return EOK;
+}
+
+// Appends at most `count` characters of src (the whole of it when count is SIZE_MAX).
+errno_t append(char *dest, size_t destMax, const char *src, size_t count) {
+    if (errno_t rc = check_string_call(dest, destMax, src, count); rc != EOK) return rc;
     size_t destLen = strnlen(dest, destMax);
     if (destLen == destMax) { // the destination holds no terminator
         dest[0] = '\0';
@@ -50,16 +57,7 @@ errno_t append(char *dest, size_t destMax, const char *src, size_t count) {
 
 // Copies at most `count` characters of src (the whole of it when count is SIZE_MAX).
 errno_t copy(char *dest, size_t destMax, const char *src, size_t count) {
-    if (bad_size(destMax)) return SECUREC_ERANGE;
-    if (dest == nullptr) return SECUREC_EINVAL;
-    if (src == nullptr) {
-        dest[0] = '\0';
-        return EINVAL_AND_RESET;
-    }
-    if (count != SIZE_MAX && count > SECUREC_STRING_MAX_LEN) {
-        dest[0] = '\0';
-        return ERANGE_AND_RESET;
-    }
+    if (errno_t rc = check_string_call(dest, destMax, src, count); rc != EOK) return rc;
     size_t srcLen = strnlen(src, count == SIZE_MAX ? destMax : count);
     if (srcLen >= destMax) {
         dest[0] = '\0';

@@ -87,97 +87,103 @@ uint32_t injected_result(const char *service, uint32_t *out) {
     return 1;
 }
 
+// One call on an existing object: fault injection first, then the handle lookup, then `op`.
+template <typename T, typename Op>
+uint32_t on_object(const char *service, HandleTable<T> &table, uint32_t id, Op op) {
+    uint32_t fail = 0;
+    if (injected_result(service, &fail)) return fail;
+    T *object = table.find(id);
+    return object != nullptr ? op(*object) : kFail;
+}
+
+// Creates an object and stores its handle.
+template <typename T, typename Make>
+uint32_t create(const char *service, HandleTable<T> &table, uint32_t *id, Make make) {
+    uint32_t fail = 0;
+    if (id == nullptr) return kFail;
+    if (injected_result(service, &fail)) return fail;
+    uint32_t handle = table.add(make());
+    if (handle == 0) return kFail;
+    *id = handle;
+    return 0;
+}
+
+uint32_t posix(int rc) {
+    return rc == 0 ? 0 : kFail;
+}
+
+template <typename T> uint32_t retire(T &object) {
+    object.alive.store(false, std::memory_order_release);
+    return 0;
+}
+
 } // namespace
 
 extern "C" {
 
 uint32_t NUK_MutexInit(uint32_t *mutexId, uint32_t) {
-    uint32_t fail = 0;
-    if (mutexId == nullptr) return kFail;
-    if (injected_result("NUK_MutexInit", &fail)) return fail;
-    uint32_t handle = mutexes().add(new HostMutex());
-    if (handle == 0) return kFail;
-    *mutexId = handle;
-    return 0;
+    return create("NUK_MutexInit", mutexes(), mutexId, [] { return new HostMutex(); });
 }
 
 uint32_t NUK_MutexLock(uint32_t mutexId) {
-    uint32_t fail = 0;
-    if (injected_result("NUK_MutexLock", &fail)) return fail;
-    HostMutex *m = mutexes().find(mutexId);
-    return (m != nullptr && pthread_mutex_lock(&m->mutex) == 0) ? 0 : kFail;
+    return on_object("NUK_MutexLock", mutexes(), mutexId,
+                     [](HostMutex &m) { return posix(pthread_mutex_lock(&m.mutex)); });
 }
 
 uint32_t NUK_MutexTrylock(uint32_t mutexId) {
-    uint32_t fail = 0;
-    if (injected_result("NUK_MutexTrylock", &fail)) return fail;
-    HostMutex *m = mutexes().find(mutexId);
-    return (m != nullptr && pthread_mutex_trylock(&m->mutex) == 0) ? 0 : kFail;
+    return on_object("NUK_MutexTrylock", mutexes(), mutexId,
+                     [](HostMutex &m) { return posix(pthread_mutex_trylock(&m.mutex)); });
 }
 
 uint32_t NUK_MutexUnlock(uint32_t mutexId) {
-    uint32_t fail = 0;
-    if (injected_result("NUK_MutexUnlock", &fail)) return fail;
-    HostMutex *m = mutexes().find(mutexId);
-    return (m != nullptr && pthread_mutex_unlock(&m->mutex) == 0) ? 0 : kFail;
+    return on_object("NUK_MutexUnlock", mutexes(), mutexId,
+                     [](HostMutex &m) { return posix(pthread_mutex_unlock(&m.mutex)); });
 }
 
 uint32_t NUK_MutexDestroy(uint32_t mutexId) {
-    uint32_t fail = 0;
-    if (injected_result("NUK_MutexDestroy", &fail)) return fail;
-    HostMutex *m = mutexes().find(mutexId);
-    if (m == nullptr) return kFail;
-    m->alive.store(false, std::memory_order_release);
-    return 0;
+    return on_object("NUK_MutexDestroy", mutexes(), mutexId, retire<HostMutex>);
 }
 
 uint32_t NUK_SemaCreate(const char *, uint32_t initialCount, uint32_t, uint32_t *semaId) {
-    uint32_t fail = 0;
-    if (semaId == nullptr) return kFail;
-    if (injected_result("NUK_SemaCreate", &fail)) return fail;
-    uint32_t handle = semaphores().add(new HostSema(initialCount));
-    if (handle == 0) return kFail;
-    *semaId = handle;
-    return 0;
+    return create("NUK_SemaCreate", semaphores(), semaId,
+                  [initialCount] { return new HostSema(initialCount); });
 }
 
 uint32_t NUK_SemaP(uint32_t semaId, uint32_t timeoutMs) {
-    uint32_t fail = 0;
-    if (injected_result("NUK_SemaP", &fail)) return fail;
-    HostSema *s = semaphores().find(semaId);
-    if (s == nullptr) return kFail;
-    std::unique_lock lock(s->lock);
-    auto ready = [s] { return s->count > 0; };
-    if (timeoutMs == NUK_WAIT_FOREVER) {
-        s->posted.wait(lock, ready);
-    } else if (!s->posted.wait_for(lock, std::chrono::milliseconds(timeoutMs), ready)) {
-        return NUK_SEMA_TIMEOUT;
-    }
-    --s->count;
-    return 0;
+    return on_object("NUK_SemaP", semaphores(), semaId, [timeoutMs](HostSema &s) -> uint32_t {
+        std::unique_lock lock(s.lock);
+        auto ready = [&s] { return s.count > 0 || !s.alive.load(); };
+        if (timeoutMs == NUK_WAIT_FOREVER) {
+            s.posted.wait(lock, ready);
+        } else if (!s.posted.wait_for(lock, std::chrono::milliseconds(timeoutMs), ready)) {
+            return NUK_SEMA_TIMEOUT;
+        }
+        if (!s.alive.load()) return kFail; // deleted while waiting
+        --s.count;
+        return 0;
+    });
 }
 
 uint32_t NUK_SemaV(uint32_t semaId) {
-    uint32_t fail = 0;
-    if (injected_result("NUK_SemaV", &fail)) return fail;
-    HostSema *s = semaphores().find(semaId);
-    if (s == nullptr) return kFail;
-    {
-        std::lock_guard lock(s->lock);
-        ++s->count;
-    }
-    s->posted.notify_one();
-    return 0;
+    return on_object("NUK_SemaV", semaphores(), semaId, [](HostSema &s) -> uint32_t {
+        {
+            std::lock_guard lock(s.lock);
+            ++s.count;
+        }
+        s.posted.notify_one();
+        return 0;
+    });
 }
 
 uint32_t NUK_SemaDelete(uint32_t semaId) {
-    uint32_t fail = 0;
-    if (injected_result("NUK_SemaDelete", &fail)) return fail;
-    HostSema *s = semaphores().find(semaId);
-    if (s == nullptr) return kFail;
-    s->alive.store(false, std::memory_order_release);
-    s->posted.notify_all();
-    return 0;
+    return on_object("NUK_SemaDelete", semaphores(), semaId, [](HostSema &s) -> uint32_t {
+        {
+            std::lock_guard lock(s.lock);
+            s.alive.store(false, std::memory_order_release);
+        }
+        s.posted.notify_all();
+        return 0;
+    });
 }
 
 } // extern "C"

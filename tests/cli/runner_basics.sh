@@ -1,0 +1,43 @@
+#!/bin/sh
+# qavlua: sandbox creation, the working directory and globals a script sees, arguments, errors,
+# call tracing and the log files.
+set -eu
+qavlua=$1
+dir=$(mktemp -d "${TMPDIR:-/tmp}/qavlua-cli.XXXXXX")
+trap 'rm -rf "$dir"' EXIT
+fail() { echo "FAIL: $*" >&2; exit 1; }
+
+"$qavlua" init "$dir/root" | grep -q "device sandbox ready" || fail "init message"
+for d in zakv8/main/bin zakv8/main/home zakv8/main/data boot opt etc log; do
+    [ -d "$dir/root/$d" ] || fail "layout: $d missing"
+done
+grep -q '^;ha_level=3' "$dir/root/zakhost.ini" || fail "sample profile lists defaults"
+
+cat >"$dir/script.lua" <<'LUA'
+local cwd = io.popen("pwd"):read("*l")
+assert(cwd:match("/root/zakv8/main/bin$"), "working directory " .. cwd)
+assert(type(libqavluacommon) == "table", "library preloaded")
+assert(select("#", ...) == 2 and arg[1] == "one" and arg[2] == "two words", "arguments")
+assert(require("libqavluacommon") == libqavluacommon, "require gives the preloaded module")
+local zh = require "zakhost"
+assert(zh.root():match("/root$"), "zakhost.root")
+print("script ran", libqavluacommon.qav_luaAssignPortID(9))
+LUA
+out=$("$qavlua" --root "$dir/root" "$dir/script.lua" one "two words") || fail "script failed"
+[ "$out" = "script ran	0	41004" ] || fail "output: $out"
+grep -q 'L1 init tpm table in open luacommon so' "$dir/root/log/upgrade.log" || fail "upgrade.log"
+
+trace=$(ZAKHOST_TRACE=1 "$qavlua" --root "$dir/root" "$dir/script.lua" one "two words" 2>&1 >/dev/null)
+echo "$trace" | grep -q '^\[trace\] qav_luaAssignPortID(9) -> 0, 41004$' || fail "trace: $trace"
+
+echo 'error("boom")' >"$dir/bad.lua"
+if "$qavlua" --root "$dir/root" "$dir/bad.lua" 2>"$dir/err"; then fail "a failing script must fail"; fi
+grep -q "boom" "$dir/err" || fail "error message"
+
+status=0; "$qavlua" "$dir/script.lua" 2>/dev/null || status=$?
+[ "$status" -eq 2 ] || fail "no sandbox: status $status"
+status=0; "$qavlua" --root "$dir" "$dir/script.lua" 2>/dev/null || status=$?
+[ "$status" -eq 2 ] || fail "not a sandbox: status $status"
+status=0; "$qavlua" -j 0 "$dir/script.lua" 2>/dev/null || status=$?
+[ "$status" -eq 2 ] || fail "bad -j: status $status"
+echo "runner basics passed"

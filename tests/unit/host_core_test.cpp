@@ -1,0 +1,222 @@
+// The host platform core: handles, allocator, clocks, INI files, file-layer codes, fault
+// injection and the structured log records.
+#include <gtest/gtest.h>
+#include <sys/stat.h>
+#include <unistd.h>
+
+#include <chrono>
+#include <cstdlib>
+#include <fstream>
+#include <sstream>
+#include <thread>
+
+#include "host.h"
+#include "nuk_sync.h"
+#include "os_env.h"
+#include "rpm_ini.h"
+#include "zak_file.h"
+#include "zak_memory.h"
+
+namespace {
+
+std::string TempDir() {
+    char pattern[] = "/tmp/zakhost-core.XXXXXX";
+    const char *dir = mkdtemp(pattern);
+    return dir != nullptr ? dir : "/tmp";
+}
+
+std::string Slurp(const std::string &path) {
+    std::ifstream in(path);
+    std::stringstream text;
+    text << in.rdbuf();
+    return text.str();
+}
+
+TEST(HostSync, MutexHandlesAndErrors) {
+    uint32_t m = 0;
+    ASSERT_EQ(NUK_MutexInit(&m, 0), 0u);
+    EXPECT_NE(m, 0u);
+    EXPECT_EQ(NUK_MutexLock(m), 0u);
+    EXPECT_NE(NUK_MutexLock(m), 0u);    // a second lock by the holder fails, never hangs
+    EXPECT_NE(NUK_MutexTrylock(m), 0u); // held
+    EXPECT_EQ(NUK_MutexUnlock(m), 0u);
+    EXPECT_NE(NUK_MutexUnlock(m), 0u); // not held
+    EXPECT_EQ(NUK_MutexTrylock(m), 0u);
+    EXPECT_EQ(NUK_MutexUnlock(m), 0u);
+    EXPECT_EQ(NUK_MutexDestroy(m), 0u);
+    EXPECT_NE(NUK_MutexLock(m), 0u); // destroyed
+    EXPECT_NE(NUK_MutexLock(0), 0u); // never created
+    EXPECT_NE(NUK_MutexLock(0xFFFFFFFFu), 0u);
+    EXPECT_NE(NUK_MutexInit(nullptr, 0), 0u);
+    uint32_t other = 0;
+    ASSERT_EQ(NUK_MutexInit(&other, 0), 0u);
+    EXPECT_NE(other, m); // handles are not reused
+}
+
+TEST(HostSync, SemaphoreCountsAndTimesOut) {
+    uint32_t s = 0;
+    ASSERT_EQ(NUK_SemaCreate("test", 1, 0, &s), 0u);
+    EXPECT_EQ(NUK_SemaP(s, 0), 0u);
+    EXPECT_EQ(NUK_SemaP(s, 20), NUK_SEMA_TIMEOUT);
+    EXPECT_EQ(NUK_SemaV(s), 0u);
+    EXPECT_EQ(NUK_SemaV(s), 0u);
+    EXPECT_EQ(NUK_SemaP(s, 0), 0u);
+    EXPECT_EQ(NUK_SemaP(s, 0), 0u);
+    EXPECT_EQ(NUK_SemaP(s, 0), NUK_SEMA_TIMEOUT);
+
+    // A post from another thread wakes a waiter.
+    std::thread poster([s] {
+        std::this_thread::sleep_for(std::chrono::milliseconds(20));
+        NUK_SemaV(s);
+    });
+    EXPECT_EQ(NUK_SemaP(s, 5000), 0u);
+    poster.join();
+
+    // Deleting wakes a waiter with an error.
+    std::thread deleter([s] {
+        std::this_thread::sleep_for(std::chrono::milliseconds(20));
+        NUK_SemaDelete(s);
+    });
+    EXPECT_EQ(NUK_SemaP(s, NUK_WAIT_FOREVER), 1u);
+    deleter.join();
+    EXPECT_NE(NUK_SemaV(s), 0u);
+}
+
+TEST(HostSync, InjectedFailuresSkipThenFailThenRecover) {
+    uint32_t m = 0;
+    ASSERT_EQ(NUK_MutexInit(&m, 0), 0u);
+    zakhost::inject("NUK_MutexLock", 0x55, 1, 2);
+    EXPECT_EQ(NUK_MutexLock(m), 0u); // skipped
+    EXPECT_EQ(NUK_MutexUnlock(m), 0u);
+    EXPECT_EQ(NUK_MutexLock(m), 0x55u);
+    EXPECT_EQ(NUK_MutexLock(m), 0x55u);
+    EXPECT_EQ(NUK_MutexLock(m), 0u); // the injection is used up
+    EXPECT_EQ(NUK_MutexUnlock(m), 0u);
+    zakhost::inject("NUK_SemaCreate", 0, 0, 5);
+    uint32_t s = 0;
+    EXPECT_EQ(NUK_SemaCreate("x", 1, 0, &s), 1u); // result 0 reads as the general failure
+    EXPECT_EQ(s, 0u);
+    zakhost::inject_clear();
+    EXPECT_EQ(NUK_SemaCreate("x", 1, 0, &s), 0u);
+}
+
+TEST(HostMemory, LiveBlocksAreCounted) {
+    int64_t blocks = zakhost::live_blocks(), bytes = zakhost::live_bytes();
+    void *a = ZAK_Malloc_F(nullptr, 0, 100, "test", __LINE__);
+    void *b = ZAK_Malloc_F(nullptr, 0, 28, "test", __LINE__);
+    ASSERT_NE(a, nullptr);
+    ASSERT_NE(b, nullptr);
+    EXPECT_EQ(reinterpret_cast<uintptr_t>(a) % 16, 0u);
+    EXPECT_EQ(zakhost::live_blocks(), blocks + 2);
+    EXPECT_EQ(zakhost::live_bytes(), bytes + 128);
+    EXPECT_EQ(ZAK_Free_F(a, "test", __LINE__), 0u);
+    EXPECT_EQ(NUK_MemFree(b), 0u);
+    EXPECT_EQ(zakhost::live_blocks(), blocks);
+    EXPECT_EQ(zakhost::live_bytes(), bytes);
+    EXPECT_NE(ZAK_Free_F(nullptr, "test", __LINE__), 0u);
+    zakhost::inject("ZAK_Malloc_F", 0, 0, 1);
+    EXPECT_EQ(ZAK_Malloc_F(nullptr, 0, 8, "test", __LINE__), nullptr);
+    EXPECT_EQ(zakhost::live_blocks(), blocks);
+}
+
+TEST(HostClock, OffsetMovesEveryClockForwardOnly) {
+    timespec before{}, raw{}, after{}, rawAfter{};
+    ASSERT_EQ(ZAK_OsClockGetTime(CLOCK_REALTIME, &before), 0);
+    ASSERT_EQ(ZAK_OsClockGetTime(CLOCK_MONOTONIC_RAW, &raw), 0);
+    zakhost::clock_advance(3600);
+    zakhost::clock_advance(-100); // ignored: clocks never go back
+    ASSERT_EQ(ZAK_OsClockGetTime(CLOCK_REALTIME, &after), 0);
+    ASSERT_EQ(ZAK_OsClockGetTime(CLOCK_MONOTONIC_RAW, &rawAfter), 0);
+    EXPECT_GE(after.tv_sec - before.tv_sec, 3600);
+    EXPECT_LT(after.tv_sec - before.tv_sec, 3605);
+    EXPECT_GE(rawAfter.tv_sec - raw.tv_sec, 3600);
+    EXPECT_NE(ZAK_OsClockGetTime(CLOCK_TAI + 100, &after), 0);
+    EXPECT_NE(ZAK_OsClockGetTime(CLOCK_REALTIME, nullptr), 0);
+}
+
+TEST(HostIni, KeysAreTakenExactlyAsWritten) {
+    std::string dir = TempDir();
+    std::string file = dir + "/vpn.ini";
+    std::ofstream(file) << "[VPN INDEX]\nindex =  7\nindex=8\n\n[other]\nindex = 9\n";
+    char value[16];
+    ASSERT_EQ(RPM_GetProfileString(file.c_str(), "[VPN INDEX]", "index ", value, sizeof value), 0u);
+    EXPECT_STREQ(value, "7");
+    ASSERT_EQ(RPM_GetProfileString(file.c_str(), "VPN INDEX", "index", value, sizeof value), 0u);
+    EXPECT_STREQ(value, "8");
+    EXPECT_EQ(RPM_GetProfileString(file.c_str(), "[VPN INDEX]", "idx", value, sizeof value), 1u);
+    EXPECT_EQ(RPM_GetProfileString(file.c_str(), "[none]", "index", value, sizeof value), 1u);
+    EXPECT_EQ(RPM_GetProfileString((dir + "/missing.ini").c_str(), "[a]", "b", value, sizeof value), 1u);
+    EXPECT_EQ(RPM_GetProfileString(file.c_str(), "[VPN INDEX]", "index ", value, 1), 2u);
+
+    ASSERT_EQ(RPM_WriteProfileString(file.c_str(), "[VPN INDEX]", "index ", "12"), 0u);
+    ASSERT_EQ(RPM_WriteProfileString(file.c_str(), "[other]", "new", "x"), 0u);
+    ASSERT_EQ(RPM_WriteProfileString(file.c_str(), "[third]", "k", "v"), 0u);
+    EXPECT_EQ(Slurp(file), "[VPN INDEX]\nindex =12\nindex=8\n\n[other]\nindex = 9\nnew=x\n[third]\nk=v\n");
+    std::string fresh = dir + "/fresh.ini";
+    ASSERT_EQ(RPM_WriteProfileString(fresh.c_str(), "[VPN INDEX]", "index ", "3"), 0u);
+    EXPECT_EQ(Slurp(fresh), "[VPN INDEX]\nindex =3\n");
+}
+
+TEST(HostFileLayer, ErrnoBecomesLayerCodes) {
+    std::string dir = TempDir();
+    std::string file = dir + "/f";
+    int32_t fd = P_ZAK_Open(file.c_str(), ZAK_O_RDWR | ZAK_O_CREAT, 0, 0640);
+    ASSERT_GE(fd, 0);
+    EXPECT_EQ(P_ZAK_Write(fd, "hello", 5, 0), 5);
+    EXPECT_EQ(P_ZAK_LSeek(fd, -2, ZAK_SEEK_END, 0), 3);
+    char buf[8] = {};
+    EXPECT_EQ(P_ZAK_Read(fd, buf, sizeof buf, 0), 2);
+    EXPECT_STREQ(buf, "lo");
+    EXPECT_EQ(P_ZAK_LSeek(fd, -1, ZAK_SEEK_SET, 0), ZAK_FILE_INVALID);
+    EXPECT_EQ(P_ZAK_LSeek(fd, 0, 7, 0), ZAK_FILE_INVALID);
+    EXPECT_EQ(P_ZAK_FSync(fd, 0), 0);
+    EXPECT_EQ(P_ZAK_Close(fd, 0), 0);
+    EXPECT_EQ(P_ZAK_Close(fd, 0), ZAK_FILE_BAD_DESCRIPTOR);
+    EXPECT_EQ(P_ZAK_Open((dir + "/none").c_str(), ZAK_O_RDONLY, 0, 0), ZAK_FILE_NOT_FOUND);
+    EXPECT_EQ(P_ZAK_Open(file.c_str(), 0, 0, 0), ZAK_FILE_INVALID);
+    EXPECT_EQ(P_ZAK_Open(dir.c_str(), ZAK_O_WRONLY, 0, 0), ZAK_FILE_IS_DIR);
+    EXPECT_EQ(P_ZAK_Open((file + "/x").c_str(), ZAK_O_RDONLY, 0, 0), ZAK_FILE_NOT_DIR);
+    EXPECT_EQ(P_ZAK_Mkdir((dir + "/d").c_str(), 0755, 0), 0);
+    EXPECT_EQ(P_ZAK_Mkdir((dir + "/d").c_str(), 0755, 0), ZAK_FILE_EXISTS);
+    zakhost::inject("P_ZAK_Mkdir", ZAK_FILE_NO_SPACE, 0, 1);
+    EXPECT_EQ(P_ZAK_Mkdir((dir + "/e").c_str(), 0755, 0), ZAK_FILE_NO_SPACE);
+    struct stat st {};
+    EXPECT_NE(stat((dir + "/e").c_str(), &st), 0); // an injected failure does nothing
+}
+
+TEST(HostLogs, JsonRecordsAreNumberedAndEscaped) {
+    zakhost::log_clear();
+    zakhost::Json record = zakhost::Json::object();
+    record.set("call", zakhost::Json::of(std::string("QAV_EventLog")))
+        .set("cid", zakhost::Json::of(int64_t{7}))
+        .set("values", zakhost::Json::array()
+                           .push(zakhost::Json::of(std::string("a\"b\n")))
+                           .push(zakhost::Json::of(1.5)));
+    zakhost::log_json("event", record);
+    zakhost::log_json("event", zakhost::Json::object());
+    auto lines = zakhost::log_messages("event");
+    ASSERT_EQ(lines.size(), 2u);
+    EXPECT_NE(lines[0].find("\"call\":\"QAV_EventLog\",\"cid\":7,\"values\":[\"a\\\"b\\n\",1.5]"),
+              std::string::npos);
+    EXPECT_EQ(lines[0].rfind("{\"seq\":", 0), 0u);
+    auto records = zakhost::log_records("event");
+    ASSERT_EQ(records.size(), 2u);
+    EXPECT_LT(records[0].fields[0].second.number, records[1].fields[0].second.number);
+    zakhost::log_text("upgrade", 0x29371B3C, 4, "one line\n");
+    EXPECT_EQ(zakhost::log_messages("upgrade").back(), "one line");
+}
+
+TEST(HostLogs, TextRecordsGoToTheLogDirectory) {
+    std::string dir = TempDir();
+    setenv("ZAKHOST_LOG_DIR", dir.c_str(), 1);
+    zakhost::log_text("upgrade", 0x29371B3C, 3, "written");
+    unsetenv("ZAKHOST_LOG_DIR");
+    std::string text = Slurp(dir + "/upgrade.log");
+    // 2026-11-22T01:46:01.280Z 0x29371B3C L3 written
+    ASSERT_GE(text.size(), 25u);
+    EXPECT_EQ(text.substr(24), " 0x29371B3C L3 written\n");
+    EXPECT_EQ(text[10], 'T');
+    EXPECT_EQ(text[23], 'Z');
+}
+
+} // namespace

@@ -1,0 +1,277 @@
+// Opening the library: process-wide objects are created once under the shared initialisation
+// mutex, every open registers the functions and re-initialises the TPM tables, and the
+// dispatcher keeps the interpreter safe from result counts it cannot honour.
+#include <dlfcn.h>
+#include <gtest/gtest.h>
+
+#include <algorithm>
+#include <set>
+#include <string>
+#include <thread>
+
+extern "C" {
+#include <lauxlib.h>
+#include <lualib.h>
+int luaopen_libqavluacommon(lua_State *state);
+}
+
+#include "binding/registry.h"
+#include "binding/script_frame.h"
+#include "host.h"
+#include "state/port_ids.h"
+#include "state/swm_locks.h"
+#include "state/tpm_tables.h"
+#include "state/upgrade_lock.h"
+
+extern "C" uint32_t g_pMibluaSem;
+extern "C" uint32_t QAV_lualock_init(void);
+extern "C" uint32_t QAV_lualock_lock(void);
+extern "C" uint32_t QAV_lualock_unlock(void);
+extern "C" uint32_t QAV_lualock_Destroy(void);
+
+namespace {
+
+size_t CountMessages(const char *log, const std::string &text) {
+    auto lines = zakhost::log_messages(log);
+    return static_cast<size_t>(std::count(lines.begin(), lines.end(), text));
+}
+
+// A script state with the library opened the way `require` does.
+lua_State *OpenState() {
+    lua_State *L = luaL_newstate();
+    luaL_openlibs(L);
+    luaL_requiref(L, "libqavluacommon", luaopen_libqavluacommon, 1);
+    lua_pop(L, 1);
+    return L;
+}
+
+TEST(LibraryOpen, ProcessObjectsOnceTpmTablesEveryOpen) {
+    lua_State *first = OpenState();
+    uint32_t upgrade = g_pUpgradeMutex, ha = g_pHaVnodeDeployMutex, swm = g_pSoftwareManageMutex;
+    auto *ports = g_pstAssignPortIDList;
+    EXPECT_NE(upgrade, 0u);
+    EXPECT_NE(ha, 0u);
+    EXPECT_NE(swm, 0u);
+    EXPECT_NE(ports, nullptr);
+    EXPECT_EQ(pstUpgradeLock, &g_stUpgradeLock);
+    uint32_t reportSema = g_stTpmReportTable.lock.semaId;
+
+    size_t opens = CountMessages("upgrade", "init tpm table in open luacommon so");
+    size_t tpmInits = CountMessages("upgrade", "TPM Init Tpm Query Table entry");
+    lua_State *second = OpenState();
+    EXPECT_EQ(CountMessages("upgrade", "init tpm table in open luacommon so"), opens + 1);
+    EXPECT_EQ(CountMessages("upgrade", "TPM Init Tpm Query Table entry"), tpmInits + 2);
+    EXPECT_EQ(g_pUpgradeMutex, upgrade);
+    EXPECT_EQ(g_pHaVnodeDeployMutex, ha);
+    EXPECT_EQ(g_pSoftwareManageMutex, swm);
+    EXPECT_EQ(g_pstAssignPortIDList, ports);
+    EXPECT_NE(g_stTpmReportTable.lock.semaId, reportSema); // re-created on every open
+    EXPECT_EQ(g_stTpmReportTable.refreshInterval, 5u);
+    EXPECT_EQ(g_stTpmStatusTable.forceRefresh, 1u);
+
+    for (lua_State *L : {first, second}) {
+        lua_getglobal(L, "libqavluacommon");
+        ASSERT_TRUE(lua_istable(L, -1));
+        lua_getfield(L, -1, "qav_luaAssignPortID");
+        EXPECT_TRUE(lua_isfunction(L, -1));
+        lua_settop(L, 0);
+        lua_close(L);
+    }
+}
+
+TEST(LibraryOpen, ConcurrentOpensShareOneSetOfObjects) {
+    size_t opens = CountMessages("upgrade", "init tpm table in open luacommon so");
+    lua_State *states[4] = {};
+    std::thread threads[4];
+    for (int i = 0; i < 4; ++i)
+        threads[i] = std::thread([&states, i] { states[i] = OpenState(); });
+    for (auto &t : threads)
+        t.join();
+    EXPECT_EQ(CountMessages("upgrade", "init tpm table in open luacommon so"), opens + 4);
+    EXPECT_NE(g_pUpgradeMutex, 0u);
+    for (lua_State *L : states) {
+        lua_getglobal(L, "libqavluacommon");
+        EXPECT_TRUE(lua_istable(L, -1));
+        lua_close(L);
+    }
+}
+
+TEST(LibraryOpen, UnlockableInitMutexRegistersNothing) {
+    size_t opens = CountMessages("upgrade", "init tpm table in open luacommon so");
+    lua_State *L = luaL_newstate();
+    luaL_openlibs(L);
+    zakhost::inject("NUK_MutexLock", 1, 0, 1);
+    lua_pushstring(L, "marker");
+    EXPECT_EQ(luaopen_libqavluacommon(L), 1);
+    EXPECT_STREQ(lua_tostring(L, -1), "marker"); // nothing pushed: the result is what lay there
+    lua_getglobal(L, "libqavluacommon");
+    EXPECT_TRUE(lua_isnil(L, -1));
+    EXPECT_EQ(CountMessages("upgrade", "init tpm table in open luacommon so"), opens);
+    zakhost::inject_clear();
+    lua_close(L);
+}
+
+TEST(Registry, OrderDuplicatesAndTerminator) {
+    const SCRIPT_REG_ENTRY *r = qav::kRegistry;
+    EXPECT_EQ(r[qav::kRegistryEntries].name, nullptr);
+    EXPECT_EQ(r[qav::kRegistryEntries].func, nullptr);
+    std::set<std::string> names;
+    std::multiset<std::string> all;
+    for (size_t i = 0; i < qav::kRegistryEntries; ++i) {
+        ASSERT_NE(r[i].name, nullptr) << i;
+        names.insert(r[i].name);
+        all.insert(r[i].name);
+    }
+    EXPECT_EQ(names.size(), 306u);
+    for (const char *dup : {"sdm_write_log", "qav_set_start_info", "qav_SU_IsCurDirVerSame"})
+        EXPECT_EQ(all.count(dup), 2u) << dup;
+    EXPECT_STREQ(r[0].name, "qav_spt_SysLocalTimeGet");
+    EXPECT_STREQ(r[239].name, "qav_luaAssignPortID");
+    EXPECT_STREQ(r[308].name, "qav_FIPS_GetFipsStatus");
+}
+
+TEST(Registry, ScriptNamesPairWithTheirEntryFunctions) {
+    // Each pairing names an entry function of another name; where the function is part of this
+    // build, the registry holds exactly that exported symbol.
+    const std::pair<const char *, const char *> pairs[] = {
+        {"qav_Crypt_Digest", "QAV_DESLUA_EncryptSystemPassword"},
+        {"qav_GetVEType", "QAV_GetNEType"},
+        {"issu", "l_issu_compare"},
+        {"qav_IsUpgStatus", "QAV_IsUpgradeStatus"},
+        {"qav_ZAK_IsFileExist", "ZAK_IsFileExist"},
+        {"qav_luaAssignPortID", "QAV_LuaAssignPortID"},
+    };
+    for (const auto &[script, symbol] : pairs) {
+        const SCRIPT_REG_ENTRY *found = nullptr;
+        for (size_t i = 0; i < qav::kRegistryEntries && found == nullptr; ++i)
+            if (std::string(qav::kRegistry[i].name) == script) found = &qav::kRegistry[i];
+        ASSERT_NE(found, nullptr) << script;
+        EXPECT_EQ(reinterpret_cast<void *>(found->func), dlsym(RTLD_DEFAULT, symbol)) << script;
+    }
+    EXPECT_NE(dlsym(RTLD_DEFAULT, "QAV_LuaAssignPortID"), nullptr);
+}
+
+// Entry functions for the dispatcher tests.
+int PushOneReturn(lua_State *L, int count) {
+    lua_pushinteger(L, 42);
+    return count;
+}
+int ReturnsMinusOne(lua_State *L) {
+    return PushOneReturn(L, -1);
+}
+int ReturnsHuge(lua_State *L) {
+    return PushOneReturn(L, 0x801707);
+}
+int ReturnsHeightPlusOne(lua_State *L) {
+    lua_pushinteger(L, 42);
+    return lua_gettop(L) + 1;
+}
+int PlaceholderFinish(lua_State *L) {
+    qav::PlaceholderSlot slot(L);
+    lua_pushstring(L, "data");
+    return slot.Finish(7, 1);
+}
+int PlaceholderEarly(lua_State *L) {
+    qav::PlaceholderSlot slot(L);
+    return slot.Early();
+}
+
+TEST(Dispatcher, ResultCountsAreClampedOrHonoured) {
+    lua_State *L = luaL_newstate();
+    luaL_openlibs(L);
+    const SCRIPT_REG_ENTRY registry[] = {{"minus_one", ReturnsMinusOne},
+                                         {"huge", ReturnsHuge},
+                                         {"height_plus_one", ReturnsHeightPlusOne},
+                                         {"placeholder_finish", PlaceholderFinish},
+                                         {"placeholder_early", PlaceholderEarly},
+                                         {nullptr, nullptr}};
+    ASSERT_EQ(Script_OpenLib(L, "dispatch_test", registry), 0);
+    size_t before = zakhost::log_messages("syslog").size();
+    ASSERT_EQ(luaL_dostring(L, R"(
+        local m = dispatch_test
+        local function pack(...) return select('#', ...), ... end
+        local n1, a = pack(m.minus_one("x", "y"))
+        assert(n1 == 3 and a == "x", "minus_one " .. n1)
+        local n2 = pack(m.huge())
+        assert(n2 == 1, "huge " .. n2)
+        local n3, f, b, c = pack(m.height_plus_one(5))
+        assert(n3 == 3 and type(f) == "function" and b == 5 and c == 42, "height+1 " .. n3)
+        local n4, code, data = pack(m.placeholder_finish("arg"))
+        assert(n4 == 2 and code == 7 and data == "data", "finish " .. n4 .. tostring(code))
+        local n5, early = pack(m.placeholder_early("arg"))
+        assert(n5 == 1 and early == -1, "early")
+        return true)"),
+              0)
+        << lua_tostring(L, -1);
+    auto lines = zakhost::log_messages("syslog");
+    ASSERT_EQ(lines.size(), before + 2);
+    EXPECT_NE(lines[before].find("minus_one"), std::string::npos);
+    EXPECT_NE(lines[before + 1].find("clamped"), std::string::npos);
+    lua_close(L);
+}
+
+TEST(ExportedUtilities, CheckstringNeverRaises) {
+    lua_State *L = luaL_newstate();
+    lua_newtable(L);
+    lua_pushstring(L, "text");
+    lua_pushinteger(L, 12);
+    EXPECT_EQ(luaL_checkstring(L, 1), nullptr);
+    EXPECT_STREQ(luaL_checkstring(L, 2), "text");
+    EXPECT_STREQ(luaL_checkstring(L, 3), "12");
+    EXPECT_EQ(luaL_checkstring(L, 9), nullptr);
+    lua_close(L);
+}
+
+TEST(ExportedUtilities, ScriptLockIsOneProcessMutex) {
+    EXPECT_NE(QAV_lualock_lock(), 0u); // not created yet: the open function never creates it
+    ASSERT_EQ(QAV_lualock_init(), 0u);
+    EXPECT_NE(g_pMibluaSem, 0u);
+    EXPECT_EQ(QAV_lualock_lock(), 0u);
+    EXPECT_EQ(QAV_lualock_unlock(), 0u);
+    EXPECT_EQ(QAV_lualock_Destroy(), 0u);
+    EXPECT_NE(QAV_lualock_lock(), 0u);
+}
+
+} // namespace
+
+namespace {
+
+// ctest runs every test in a process of its own, so finalising here disturbs no other test.
+TEST(PortTable, FinaliseFreesEverythingAndInitialiseStartsAfresh) {
+    lua_State *L = OpenState();
+    ASSERT_NE(g_pstAssignPortIDList, nullptr);
+    ASSERT_EQ(luaL_dostring(L, "local m = libqavluacommon; m.qav_luaAssignPortID(0x123); "
+                               "m.qav_luaAssignPortID(0x124)"),
+              0);
+    int64_t blocks = zakhost::live_blocks();
+    EXPECT_EQ(QAV_LuaAssignPortID_Fini(), 0u);
+    EXPECT_EQ(g_pstAssignPortIDList, nullptr);
+    EXPECT_LE(zakhost::live_blocks(), blocks - 3); // the table and at least two nodes
+    EXPECT_EQ(QAV_LuaAssignPortID_Fini(), 0u);     // a second finalisation finds nothing to do
+
+    // Without a table the entry functions fail instead of touching freed memory.
+    ASSERT_EQ(
+        luaL_dostring(L, "local m = libqavluacommon; local s, p = m.qav_luaAssignPortID(0x123); "
+                         "assert(s == 1 and p == 41000); assert(m.qav_luaSetCurPortID(1, 5) == 0xFFFFFFFF)"),
+        0)
+        << lua_tostring(L, -1);
+
+    zakhost::inject("ZAK_Malloc_F", 0, 0, 1);
+    EXPECT_EQ(QAV_LuaAssignPortID_Init(), 1u);
+    EXPECT_EQ(g_pstAssignPortIDList, nullptr);
+    auto diag = zakhost::log_messages("diag");
+    ASSERT_FALSE(diag.empty());
+    EXPECT_EQ(diag.back(), "QAV LuaLock_Init Port Malloc cb failed, Malloc=" +
+                               std::to_string(sizeof(QavAssignPortTable)) + ".");
+
+    EXPECT_EQ(QAV_LuaAssignPortID_Init(), 0u);
+    EXPECT_EQ(QAV_LuaAssignPortID_Init(), 0u);
+    EXPECT_EQ(zakhost::log_messages("diag").back(), "Warnning, QAV LuaAssign Port has Init already");
+    ASSERT_EQ(luaL_dostring(L, "local s, p = libqavluacommon.qav_luaAssignPortID(0x123); "
+                               "assert(s == 0 and p == 41004, p)"),
+              0)
+        << lua_tostring(L, -1);
+    lua_close(L);
+}
+
+} // namespace
