@@ -1,12 +1,14 @@
 // The account databases and the shell of the guest OS password change. With the machine itself as
 // the device root these are the system's getpwnam, getspnam and bash; inside a device sandbox the
 // account files are the sandbox's "/etc/passwd" and "/etc/shadow".
+#include <crypt.h>
 #include <spawn.h>
 #include <sys/wait.h>
 #include <unistd.h>
 
 #include <cstdio>
 #include <cstring>
+#include <fstream>
 #include <string>
 
 #include "host.h"
@@ -40,6 +42,22 @@ Entry *FindInFile(const std::string &path, const char *user, Entry *entry, char 
     std::fclose(file);
     return found;
 }
+
+// New sandboxes get a root account and a "guest" account whose password is "Guest#Pass1".
+std::string WriteSampleAccounts(const std::string &root) {
+    std::string passwd = root + "/etc/passwd", shadow = root + "/etc/shadow";
+    if (std::ifstream(passwd) || std::ifstream(shadow)) return {};
+    struct crypt_data work = {};
+    const char *hash = crypt_r("Guest#Pass1", "$6$zakhostguest$", &work);
+    if (hash == nullptr || hash[0] != '$') return "cannot hash the sample password";
+    std::ofstream(passwd) << "root:x:0:0:root:/root:/bin/sh\n"
+                          << "guest:x:1000:1000:guest:/home/guest:/bin/sh\n";
+    std::ofstream(shadow) << "root:*:19000:0:99999:7:::\n"
+                          << "guest:" << hash << ":19000:0:99999:7:::\n";
+    return std::ifstream(shadow) ? std::string() : "cannot write " + shadow;
+}
+
+const zakhost::SandboxSeed kSampleAccounts{"accounts", &WriteSampleAccounts};
 
 } // namespace
 

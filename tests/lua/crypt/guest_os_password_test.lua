@@ -40,8 +40,6 @@ end
 if os.getenv("QAV_OSPWD_INSIDE") == nil then
     -- Outside: build the stand-in tools and the account files, then run again inside.
     sh("mkdir -p '" .. tools .. "' '" .. R .. "/etc' '" .. R .. "/opt'")
-    write(R .. "/etc/passwd", "root:x:0:0:root:/root:/bin/sh\n")
-    write(R .. "/etc/shadow", "root:*:19000:0:99999:7:::\n")
     -- The password tool: reads the new password twice, records what it got and its arguments,
     -- fails as R/tool_mode says, else stores a SHA-512 crypt hash of it in the shadow file.
     write(tools .. "/passwd", ([[#!/bin/bash
@@ -109,6 +107,13 @@ local function cleanedUp()
     T.eq(read(R .. "/opt/mod_ospwd.log"), nil, "tool log deleted")
     T.eq(read(R .. "/sync_calls"), "-s " .. R .. "/etc/passwd " .. R .. "/etc/shadow \n", "account files synchronised")
 end
+
+T.case("the sample guest account of a new sandbox changes with its documented password", function()
+    T.ok(read(R .. "/etc/passwd"):find("guest:x:1000:1000:", 1, true))
+    T.eq(T.results(m.qav_VerifyAndSetGuestOSKey("guest", "Guest#Pass0", "New#1")), { n = 1, 1002 })
+    T.eq(m.qav_VerifyAndSetGuestOSKey("guest", "Guest#Pass1", "New#1"), 0)
+    T.eq(read(R .. "/tool_input"), "New#1")
+end)
 
 T.case("the account files inside are the test's own", function()
     if os.getenv("QAV_OSPWD_INSIDE") ~= "bwrap" then return end
