@@ -257,8 +257,11 @@ QAV_ENTRY_FUNCTION QAV_VerifySystemPassword(lua_State *state) {
 QAV_ENTRY_FUNCTION QAV_Generate_Randnum(lua_State *state) {
     uint32_t count = qav::ArgCountIs(state, 1) ? SYSDT_SPTI_ToUInt(state, 1) : 0;
     if (count == 0) return PushStatusAndText(state, qav::kFailed, "", 1);
-    auto *buffer = static_cast<uint8_t *>(
-        ZAK_Malloc_F(g_pLocaHandleQav, g_aucZakMemPt, count + 1, qav::kSourceTag, __LINE__));
+    // A count of 0xFFFFFFFF (what -1 reads as) leaves no room for the extra byte: no block.
+    auto *buffer = count == UINT32_MAX
+                       ? nullptr
+                       : static_cast<uint8_t *>(ZAK_Malloc_F(g_pLocaHandleQav, g_aucZakMemPt, count + 1,
+                                                             qav::kSourceTag, __LINE__));
     if (buffer == nullptr) {
         // The contents are undefined to callers, who look at the status; the bytes come from a
         // zero constant, as many as it holds.

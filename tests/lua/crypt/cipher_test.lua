@@ -169,6 +169,8 @@ T.case("random bytes", function()
     T.eq({ r.n, r[1], #r[2] }, { 2, 1, 16 })
     T.eq(zh.memory(), before, "no block left behind")
     T.eq(#select(2, m.qav_generate_randnum(5000)), 5000)
+    r = T.results(m.qav_generate_randnum(-1))
+    T.eq({ r.n, r[1], #r[2] }, { 2, 1, 4096 }, "no block for 0xFFFFFFFF + 1 bytes")
 end)
 
 T.case("bad calls get status 1 or an empty cipher text and the fixed log texts", function()
