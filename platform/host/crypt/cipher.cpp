@@ -119,7 +119,11 @@ struct Parsed {
     std::vector<unsigned char> body;
 };
 
+// Longer texts are no cipher texts of this service (its outputs fit a few hundred bytes).
+constexpr size_t kMaxCipherText = 1 << 20;
+
 bool Parse(const char *text, size_t len, Parsed &parsed) {
+    if (len > kMaxCipherText) return false;
     std::string_view view(text, len);
     size_t prefixLen = std::strlen(kPrefix);
     if (view.substr(0, prefixLen) != kPrefix) return false;

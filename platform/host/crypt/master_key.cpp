@@ -58,6 +58,9 @@ int HexValue(char c) {
 extern "C" {
 
 uint32_t NUK_CRYPT_IsDefaultMK(void) {
+    int64_t injectedResult = 0;
+    if (zakhost::injected("NUK_CRYPT_IsDefaultMK", &injectedResult))
+        return static_cast<uint32_t>(injectedResult);
     return CurrentKey().empty() ? 1 : 0;
 }
 
@@ -132,6 +135,9 @@ uint32_t QAV_MK_CheckInputKeyAndMk(const char *key, uint32_t *match) {
 }
 
 uint32_t QAV_MK_GetActiveStatus(void) {
+    int64_t injectedResult = 0;
+    if (zakhost::injected("QAV_MK_GetActiveStatus", &injectedResult))
+        return static_cast<uint32_t>(injectedResult);
     return Status("active");
 }
 
@@ -142,6 +148,9 @@ uint32_t QAV_MK_SetActiveStatus(uint32_t status) {
 }
 
 uint32_t ZAK_GetMKConfigStatus(void) {
+    int64_t injectedResult = 0;
+    if (zakhost::injected("ZAK_GetMKConfigStatus", &injectedResult))
+        return static_cast<uint32_t>(injectedResult);
     return Status("config_status");
 }
 

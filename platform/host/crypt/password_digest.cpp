@@ -138,7 +138,7 @@ uint32_t CRYPT_decrypt(uint32_t algorithm, const uint8_t *key, uint32_t keyLen, 
                        : keyLen == 32 ? "AES-256-CBC"
                                       : nullptr;
     if (name == nullptr || ivLen != 16) return NUK_CRYPT_ERR_KEY;
-    if (cipherLen == 0 || cipherLen % 16 != 0) return NUK_CRYPT_ERR_FORMAT;
+    if (cipherLen == 0 || cipherLen % 16 != 0 || cipherLen > (1u << 30)) return NUK_CRYPT_ERR_FORMAT;
 
     std::vector<unsigned char> plain(cipherLen + 16);
     EVP_CIPHER *evp = EVP_CIPHER_fetch(nullptr, name, nullptr);

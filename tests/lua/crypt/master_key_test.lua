@@ -86,6 +86,8 @@ T.case("activation and configuration statuses persist for other processes", func
     T.eq(T.results(m.qav_MK_SetMKConfigStatus()), { n = 1, -1 })
     T.eq(T.results(m.qav_MK_SetMKConfigStatus(1, 2)), { n = 1, -1 })
     T.eq(m.qav_MK_GetMKConfigStatus(), 5)
+    zh.inject("QAV_MK_GetActiveStatus", 7)
+    T.eq(m.qav_MK_CheckMKActiveStatus(), 7, "the platform's status passes through")
     T.eq(second_process("print(libqavluacommon.qav_MK_GetMKConfigStatus(), libqavluacommon.qav_MK_CheckMKActiveStatus())"),
         "5\t0")
 end)
