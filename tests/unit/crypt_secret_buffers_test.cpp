@@ -112,15 +112,18 @@ TEST_F(SecretBuffers, DecryptedPlainTextsAreWipedAfterThePush) {
     ExpectWiped("qav_CRYPT_Decrypt_Enhance plain", 257);
 }
 
-TEST_F(SecretBuffers, FailurePathsWipeToo) {
-    std::string keyed = Encrypt("hunter3", 2, "k");
-    // Wrong key: the platform had written decrypted bytes before the tag check failed.
-    EXPECT_EQ(Call(QAV_CRYPT_Decrypt_Enhance, {keyed, std::to_string(keyed.size()), "257", "2", "other"}),
-              (std::vector<std::string>{"other"}));
-    ExpectWiped("qav_CRYPT_Decrypt_Enhance plain", 257);
-    g_seen.clear();
-    EXPECT_EQ(Call(QAV_DecryptPassword_Enh, {}), (std::vector<std::string>{"1", ""}));
-    ExpectWiped("qav_DecryptPassword_Enh plain", 17);
+TEST(CipherService, AFailedTagCheckLeavesNoDecryptedBytes) {
+    // The cipher is decrypted into the caller's buffer before the tag is checked; on a wrong key
+    // those bytes must not stay behind.
+    std::string cipher = Encrypt("hunter3 and more", 0, "right");
+    char out[64];
+    std::memset(out, 0xAA, sizeof out);
+    EXPECT_EQ(NUK_CRYPT_Decrypt_Sec(cipher.c_str(), static_cast<uint32_t>(cipher.size()), out, sizeof out, 0,
+                                    "wrong"),
+              static_cast<uint32_t>(NUK_CRYPT_ERR_AUTH));
+    for (size_t i = 0; i <= 16; ++i)
+        EXPECT_EQ(out[i], 0) << i;
+    EXPECT_EQ(static_cast<unsigned char>(out[17]), 0xAA); // nothing beyond the plain text was touched
 }
 
 TEST_F(SecretBuffers, CipherBuffersOfThePasswordFunctionsAreWiped) {
