@@ -18,10 +18,10 @@ extern "C" {
 #define ZAK_O_CREAT 0x10u
 #define ZAK_O_TRUNC 0x20u
 
-/* Seek origins. */
-#define ZAK_SEEK_SET 0
-#define ZAK_SEEK_CUR 1
-#define ZAK_SEEK_END 2
+/* Seek origins, as the platform numbers them. */
+#define ZAK_SEEK_SET 1
+#define ZAK_SEEK_CUR 2
+#define ZAK_SEEK_END 4
 
 /* Result codes. */
 #define ZAK_FILE_ERROR ((int32_t)0xFFEFFFFF)          /* general error */

@@ -169,6 +169,7 @@ TEST(HostFileLayer, ErrnoBecomesLayerCodes) {
     EXPECT_STREQ(buf, "lo");
     EXPECT_EQ(P_ZAK_LSeek(fd, -1, ZAK_SEEK_SET, 0), ZAK_FILE_INVALID);
     EXPECT_EQ(P_ZAK_LSeek(fd, 0, 7, 0), ZAK_FILE_INVALID);
+    EXPECT_EQ(P_ZAK_LSeek(fd, 0, 0, 0), ZAK_FILE_INVALID); // origins are 1, 2 and 4
     EXPECT_EQ(P_ZAK_FSync(fd, 0), 0);
     EXPECT_EQ(P_ZAK_Close(fd, 0), 0);
     EXPECT_EQ(P_ZAK_Close(fd, 0), ZAK_FILE_BAD_DESCRIPTOR);

@@ -18,7 +18,9 @@ std::map<std::string, Entry> &commands() {
 }
 } // namespace
 
-Command::Command(const char *name, const char *usage, CommandFunction run) { commands()[name] = {usage, run}; }
+Command::Command(const char *name, const char *usage, CommandFunction run) {
+    commands()[name] = {usage, run};
+}
 
 int fail(const char *command, const std::string &message) {
     std::fprintf(stderr, "qavpkg %s: %s\n", command, message.c_str());

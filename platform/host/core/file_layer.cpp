@@ -6,8 +6,10 @@
 
 #include <cerrno>
 
+#include "files/fd_register.h"
 #include "host.h"
 #include "zak_file.h"
+#include "zak_fs.h"
 
 namespace {
 
@@ -70,7 +72,9 @@ int32_t P_ZAK_Open(const char *path, uint32_t flags, uint32_t, uint32_t mode) {
     if (flags & ZAK_O_APPEND) os |= O_APPEND;
     if (flags & ZAK_O_CREAT) os |= O_CREAT;
     if (flags & ZAK_O_TRUNC) os |= O_TRUNC;
-    return checked(open(path, os | O_CLOEXEC, static_cast<mode_t>(mode)));
+    int32_t fd = checked(open(path, os | O_CLOEXEC, static_cast<mode_t>(mode)));
+    zakhost::fd_opened(fd, path);
+    return fd;
 }
 
 int32_t P_ZAK_Read(int32_t fd, void *buffer, uint32_t length, uint32_t) {
@@ -110,7 +114,9 @@ int32_t P_ZAK_FSync(int32_t fd, uint32_t) {
 int32_t P_ZAK_Close(int32_t fd, uint32_t) {
     int32_t fail = 0;
     if (fail_injected("P_ZAK_Close", &fail)) return fail;
-    return checked(close(fd));
+    int32_t result = checked(close(fd));
+    if (result == 0 || result == ZAK_FILE_BAD_DESCRIPTOR) zakhost::fd_closed(fd);
+    return result;
 }
 
 int32_t P_ZAK_Mkdir(const char *path, uint32_t mode, uint32_t) {

@@ -59,26 +59,34 @@ std::string describe_range(lua_State *state, int from, int to) {
     return out;
 }
 
+const char *entry_name(lua_State *state) {
+    return lua_tostring(state, lua_upvalueindex(2));
+}
+
+// One more than the stack holds reads the called function's own slot, which the interpreter
+// allows; anything beyond would read outside this call's frame.
+int checked_count(lua_State *state, int count) {
+    int height = lua_gettop(state);
+    if (count >= 0 && count <= height + 1) return count;
+    QAV_syslog("result count %d of %s clamped to the stack height %d", count, entry_name(state), height);
+    return height;
+}
+
+int dispatch_traced(lua_State *state, lua_CFunction function) {
+    std::string args = describe_range(state, 1, lua_gettop(state));
+    int count = checked_count(state, function(state));
+    int height = lua_gettop(state);
+    std::string results =
+        count <= height ? describe_range(state, height - count + 1, height)
+                        : "<function>" + std::string(height ? ", " : "") + describe_range(state, 1, height);
+    std::fprintf(stderr, "[trace] %s(%s) -> %s\n", entry_name(state), args.c_str(), results.c_str());
+    return count;
+}
+
 int dispatch(lua_State *state) {
     auto function = reinterpret_cast<lua_CFunction>(lua_touserdata(state, lua_upvalueindex(1)));
-    const char *name = lua_tostring(state, lua_upvalueindex(2));
-    int argc = lua_gettop(state);
-    std::string args = tracing() ? describe_range(state, 1, argc) : std::string();
-    int count = function(state);
-    int height = lua_gettop(state);
-    // One more than the stack holds reads the called function's own slot, which the interpreter
-    // allows; anything beyond would read outside this call's frame.
-    if (count < 0 || count > height + 1) {
-        QAV_syslog("result count %d of %s clamped to the stack height %d", count, name, height);
-        count = height;
-    }
-    if (tracing()) {
-        std::string results = count <= height ? describe_range(state, height - count + 1, height)
-                                              : "<function>" + std::string(height ? ", " : "") +
-                                                    describe_range(state, 1, height);
-        std::fprintf(stderr, "[trace] %s(%s) -> %s\n", name, args.c_str(), results.c_str());
-    }
-    return count;
+    if (tracing()) return dispatch_traced(state, function);
+    return checked_count(state, function(state));
 }
 
 } // namespace
@@ -86,7 +94,9 @@ int dispatch(lua_State *state) {
 extern "C" int32_t Script_OpenLib(lua_State *state, const char *moduleName,
                                   const SCRIPT_REG_ENTRY *registry) {
     if (state == nullptr || moduleName == nullptr || registry == nullptr) return 1;
-    lua_newtable(state);
+    int entries = 0;
+    for (const SCRIPT_REG_ENTRY *entry = registry; entry->name != nullptr; ++entry) ++entries;
+    lua_createtable(state, 0, entries);
     for (const SCRIPT_REG_ENTRY *entry = registry; entry->name != nullptr; ++entry) {
         if (entry->func == nullptr) continue;
         lua_pushlightuserdata(state, reinterpret_cast<void *>(entry->func));

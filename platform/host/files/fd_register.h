@@ -1,0 +1,15 @@
+// The descriptor leak register shared by the file layer (which opens and closes descriptors) and
+// the leak checker.
+#pragma once
+
+#include <cstdint>
+#include <string>
+
+namespace zakhost {
+
+// The file layer names each descriptor it opens, so that a leak report says which file it is.
+void fd_opened(int32_t fd, const std::string &path);
+// A closed descriptor leaves the register (and loses its name).
+void fd_closed(int32_t fd);
+
+} // namespace zakhost

@@ -1,0 +1,214 @@
+// Package paths, file checks and device path conversion of the package manager.
+// Storages: a device path "<storage>:<relative>" names a file under the directory that the
+// profile section [storage] gives for that storage (an absolute device path, inside the sandbox).
+#include <ftw.h>
+#include <spawn.h>
+#include <sys/stat.h>
+#include <sys/wait.h>
+#include <unistd.h>
+
+#include <cerrno>
+#include <cstdlib>
+#include <cstring>
+#include <string>
+
+#include "pkg_host.h"
+#include "rpm_paths.h"
+#include "securec.h"
+
+extern char **environ;
+
+namespace {
+
+const zakhost::ProfileDefault kStorages[] = {
+    {"storage", "flash0", "/zakv8/main/home"},
+    {"storage", "flash1", "/zakv8/main/flash1"},
+};
+const zakhost::ProfileDefault kDesFile{"package", "des_file", "vercfg.xml"};
+const zakhost::ProfileDefault kServiceAccount{"device", "service_account", ""};
+
+constexpr size_t kStorageNameLength = 6;
+
+int remove_entry(const char *path, const struct stat *, int, struct FTW *) {
+    return ::remove(path) == 0 || errno == ENOENT ? 0 : -1;
+}
+
+// The storage directory of a device path and the rest of the path, or false.
+bool split_device_path(const char *path, std::string *storageDir, std::string *rest) {
+    if (path == nullptr || std::strlen(path) <= kStorageNameLength || path[kStorageNameLength] != ':')
+        return false;
+    std::string storage(path, kStorageNameLength);
+    if (storage.find_first_of("/\\") != std::string::npos) return false;
+    auto dir = zakhost::profile_value("storage", storage);
+    if (!dir || dir->empty()) return false;
+    *storageDir = zakhost::in_root(*dir);
+    *rest = path + kStorageNameLength + 1;
+    return true;
+}
+
+} // namespace
+
+namespace zakhost::pkg {
+
+bool copy_out(const std::string &text, char *out, uint32_t size) {
+    if (out == nullptr || text.size() >= size) return false;
+    return strcpy_s(out, size, text.c_str()) == EOK;
+}
+
+bool remove_tree(const std::string &path) {
+    struct stat st {};
+    if (lstat(path.c_str(), &st) != 0) return errno == ENOENT;
+    nftw(path.c_str(), remove_entry, 16, FTW_DEPTH | FTW_PHYS);
+    return lstat(path.c_str(), &st) != 0;
+}
+
+bool make_dirs(const std::string &path) {
+    std::string partial;
+    size_t pos = 0;
+    while (pos != std::string::npos) {
+        pos = path.find('/', pos + 1);
+        partial = path.substr(0, pos);
+        if (partial.empty()) continue;
+        if (mkdir(partial.c_str(), 0755) != 0 && errno != EEXIST) return false;
+    }
+    struct stat st {};
+    return stat(path.c_str(), &st) == 0 && S_ISDIR(st.st_mode);
+}
+
+int run_program(const char *const argv[]) {
+    pid_t pid = 0;
+    if (posix_spawnp(&pid, argv[0], nullptr, nullptr, const_cast<char *const *>(argv), environ) != 0)
+        return -1;
+    int status = 0;
+    while (waitpid(pid, &status, 0) < 0)
+        if (errno != EINTR) return -1;
+    return WIFEXITED(status) ? WEXITSTATUS(status) : -1;
+}
+
+} // namespace zakhost::pkg
+
+using zakhost::pkg::copy_out;
+using zakhost::pkg::injected_code;
+
+extern "C" {
+
+uint32_t RPMFS_ProcIsFileExist(const char *path) {
+    if (uint32_t code = 0; injected_code("RPMFS_ProcIsFileExist", &code)) return 0;
+    return path != nullptr && access(path, F_OK) == 0 ? 1 : 0;
+}
+
+uint32_t PAT_IsFileExist(const char *path) {
+    if (uint32_t code = 0; injected_code("PAT_IsFileExist", &code)) return 0;
+    struct stat st {};
+    return path != nullptr && stat(path, &st) == 0 && S_ISREG(st.st_mode) ? 1 : 0;
+}
+
+// A package file name: 1 to 255 printable characters, none of the characters that file systems
+// or the package tools refuse.
+uint32_t RPMFS_CheckFileName(const char *name) {
+    if (uint32_t code = 0; injected_code("RPMFS_CheckFileName", &code)) return code;
+    if (name == nullptr) return 1;
+    size_t length = std::strlen(name);
+    if (length == 0 || length > 255) return 1;
+    for (const char *p = name; *p != '\0'; ++p) {
+        auto c = static_cast<unsigned char>(*p);
+        if (c < 0x20 || c == 0x7F || std::strchr("*?\"<>|", c) != nullptr) return 1;
+    }
+    return 0;
+}
+
+uint32_t RPMFS_DelFile(const char *path) {
+    if (uint32_t code = 0; injected_code("RPMFS_DelFile", &code)) return code;
+    return path != nullptr && unlink(path) == 0 ? 0 : 1;
+}
+
+uint32_t RPM_GetFullPath(const char *relative, char *out, uint32_t size, uint32_t mode) {
+    if (uint32_t code = 0; injected_code("RPM_GetFullPath", &code)) return code;
+    if (relative == nullptr || out == nullptr) return 1;
+    std::string base;
+    switch (mode) {
+    case RPM_PATH_DEVICE_ROOT:
+        base = zakhost::root();
+        break;
+    case RPM_PATH_PROGRAM:
+    case RPM_PATH_COMMON:
+        base = zakhost::common_root();
+        break;
+    default:
+        return 1;
+    }
+    return copy_out(base + "/" + relative, out, size) ? 0 : 1;
+}
+
+uint32_t RPM_GetPktFullName(const char *package, char *out, uint32_t size) {
+    if (uint32_t code = 0; injected_code("RPM_GetPktFullName", &code)) return code;
+    if (package == nullptr || *package == '\0' || out == nullptr) return 1;
+    std::string storageDir, rest;
+    if (package[0] == '/') return copy_out(package, out, size) ? 0 : 1;
+    if (split_device_path(package, &storageDir, &rest))
+        return copy_out(storageDir + "/" + rest, out, size) ? 0 : 1;
+    return copy_out(zakhost::common_root() + "/home/" + package, out, size) ? 0 : 1;
+}
+
+uint32_t RPM_ChgPath2Standad(char *path, uint32_t size) {
+    if (uint32_t code = 0; injected_code("RPM_ChgPath2Standad", &code)) return code;
+    if (path == nullptr || size == 0) return 1;
+    std::string text;
+    for (const char *p = path; *p != '\0'; ++p) {
+        char c = *p == '\\' ? '/' : *p;
+        if (c == '/' && !text.empty() && text.back() == '/') continue;
+        text += c;
+    }
+    if (text.empty() || text.back() != '/') text += '/';
+    return copy_out(text, path, size) ? 0 : 1;
+}
+
+uint32_t RPM_GetCurrDesFile_HOOK(const char *envName, char *out, uint32_t size, uint32_t *flags) {
+    if (uint32_t code = 0; injected_code("RPM_GetCurrDesFile_HOOK", &code)) return code;
+    if (flags != nullptr) *flags = 0;
+    const char *fromEnv = envName != nullptr ? std::getenv(envName) : nullptr;
+    std::string name =
+        fromEnv != nullptr && *fromEnv != '\0' ? fromEnv : zakhost::profile_string("package", "des_file");
+    if (name.empty()) return 1;
+    return copy_out(name, out, size) ? 0 : 1;
+}
+
+uint32_t RPM_RmParentDir(const char *dir, uint32_t recursive) {
+    if (uint32_t code = 0; injected_code("RPM_RmParentDir", &code)) return code;
+    if (dir == nullptr || *dir == '\0') return 1;
+    if (recursive != 0) return zakhost::pkg::remove_tree(dir) ? 0 : 1;
+    return rmdir(dir) == 0 ? 0 : 1;
+}
+
+__attribute__((weak)) uint32_t ZAK_InputPathCheck(const char *path) {
+    if (uint32_t code = 0; injected_code("ZAK_InputPathCheck", &code)) return code;
+    std::string storageDir, rest;
+    return split_device_path(path, &storageDir, &rest) ? 0 : 1;
+}
+
+__attribute__((weak)) uint32_t ZAK_ZakPathToLinuxPath(const char *devicePath, char *out, uint32_t size) {
+    if (uint32_t code = 0; injected_code("ZAK_ZakPathToLinuxPath", &code)) return code;
+    std::string storageDir, rest;
+    if (!split_device_path(devicePath, &storageDir, &rest)) return 1;
+    return copy_out(storageDir + "/" + rest, out, size) ? 0 : 1;
+}
+
+// The service account comes from the profile; empty keeps the file's owner (a host without
+// such an account).
+__attribute__((weak)) uint32_t P_ZAK_Chown2ZAK(const char *path, uint32_t) {
+    if (uint32_t code = 0; injected_code("P_ZAK_Chown2ZAK", &code)) return code;
+    struct stat st {};
+    if (path == nullptr || stat(path, &st) != 0) return 1;
+    std::string account = zakhost::profile_string("device", "service_account");
+    if (account.empty()) return 0;
+    std::string uid = account.substr(0, account.find(':'));
+    std::string gid = account.find(':') == std::string::npos ? uid : account.substr(account.find(':') + 1);
+    char *endUid = nullptr;
+    char *endGid = nullptr;
+    unsigned long u = std::strtoul(uid.c_str(), &endUid, 10);
+    unsigned long g = std::strtoul(gid.c_str(), &endGid, 10);
+    if (*endUid != '\0' || *endGid != '\0') return 1;
+    return chown(path, static_cast<uid_t>(u), static_cast<gid_t>(g)) == 0 ? 0 : 1;
+}
+
+} // extern "C"

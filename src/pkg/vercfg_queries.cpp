@@ -1,0 +1,548 @@
+// Script queries over a package's vercfg.xml and the startup-software section of zakcfg.ini.
+#include <cstdarg>
+#include <cstring>
+
+#include "binding/script_frame.h"
+#include "pkg/vercfg.h"
+#include "rpm_ini.h"
+#include "rpm_vercfg.h"
+#include "securec.h"
+
+namespace qav::vercfg {
+
+bool TypeCodeOfVersionType(const char *versionType, uint32_t *typeCode) {
+    if (versionType == nullptr) return false;
+    if (std::strcmp(versionType, "HotPatch") == 0) {
+        *typeCode = kHotPatchCode;
+    } else if (std::strcmp(versionType, "ColdPatch") == 0) {
+        *typeCode = kColdPatchCode;
+    } else if (std::strcmp(versionType, "BaseSoftware") == 0) {
+        *typeCode = kBaseSoftwareCode;
+    } else {
+        return false;
+    }
+    return true;
+}
+
+NodeArray::NodeArray(uint32_t count) {
+    if (count == 0 || count > UINT32_MAX / sizeof(RPM_FILE_NODE_INFO)) return;
+    auto size = static_cast<uint32_t>(count * sizeof(RPM_FILE_NODE_INFO));
+    nodes_ = static_cast<RPM_FILE_NODE_INFO *>(
+        ZAK_Malloc_F(g_pLocaHandleQav, g_aucZakMemPt, size, kSourceTag, __LINE__));
+    if (nodes_ == nullptr) return;
+    (void)memset_s(nodes_, size, 0, size);
+    count_ = count;
+}
+
+NodeArray::~NodeArray() {
+    if (nodes_ != nullptr) (void)ZAK_Free_F(nodes_, kSourceTag, __LINE__);
+}
+
+void PatLog(uint32_t level, const char *format, ...) {
+    char message[1024];
+    va_list values;
+    va_start(values, format);
+    (void)vsnprintf_s(message, sizeof(message), sizeof(message) - 1, format, values);
+    va_end(values);
+    PAT_LogToFile(0, level, 1, "%s", message);
+}
+
+} // namespace qav::vercfg
+
+using namespace qav::vercfg;
+
+namespace {
+
+constexpr uint32_t kDiagModule = 0x811101F;
+constexpr uint32_t kDiagLevel = 5;
+constexpr uint32_t kStepLevel = 6;
+constexpr size_t kXmlPathSize = 384;
+
+// Pushes a code and a text; the two-result form of the version queries.
+int PushCodeText(lua_State *state, uint32_t code, const char *text, uint32_t bound) {
+    SYSDT_SPTI_PushUInt(state, code);
+    SYSDT_SPTI_PushString(state, text, bound);
+    return 2;
+}
+
+int PushCodeEmpty(lua_State *state, uint32_t code) {
+    return PushCodeText(state, code, "", 1);
+}
+
+// Reads `count` records of the nodes a reader selects into `nodes`; false on allocation failure
+// (nodes.get() is null) or a reader error (*code).
+template <class Read> bool ReadNodes(NodeArray &nodes, uint32_t *code, Read read) {
+    if (nodes.get() == nullptr) return false;
+    *code = read(nodes.get(), nodes.count());
+    return *code == 0;
+}
+
+// "%s/%s" of a directory and "vercfg.xml" into out[size]; false when it does not fit.
+bool VercfgPathOf(const char *dir, char *out, size_t size) {
+    return snprintf_s(out, size, size - 1, "%s/%s", dir, "vercfg.xml") >= 0;
+}
+
+} // namespace
+
+extern "C" {
+
+int32_t QAV_GetZakcfgVersionInfo(const char *key, char *out, uint32_t outSize) {
+    if (key == nullptr || out == nullptr || outSize == 0) return 1;
+    char value[256] = {0};
+    if (RPM_GetProfileString(kZakcfgFile, kStartupSection, key, value, sizeof(value)) != 0) return 1;
+    if (std::strlen(value) < kDevicePrefixLength) return -1;
+    const char *start = value + kDevicePrefixLength;
+    const char *slash = std::strchr(start, '/');
+    if (slash == nullptr) return -1;
+    size_t length = static_cast<size_t>(slash - start);
+    if (length > outSize - 1) length = outSize - 1;
+    (void)strncpy_s(out, outSize, start, length);
+    return 0;
+}
+
+uint32_t QAV_GetPatNameInfo(const char *xmlPath, char *outName, char *outSha, uint32_t typeCode) {
+    uint32_t count = 0;
+    if (RPM_ParseXmlDstTypeCodeFileNodeNum_HOOK(xmlPath, typeCode, &count) != 0) {
+        PatLog(3, "Get files' number failed, vercfg is %s, file type is %d!", xmlPath, typeCode);
+        return 1;
+    }
+    if (count == 0) {
+        PatLog(3, "xml file TypeCode is inconsistent with patch type, vercfg is %s, file type is %d!",
+               xmlPath, typeCode);
+        return 1;
+    }
+    NodeArray nodes(count);
+    if (nodes.get() == nullptr) {
+        PatLog(3, "[RPMLS_DLD_ALLInVnfcFiles]malloc failed!");
+        return 1;
+    }
+    if (RPM_ParseXmlDstTypeCodeFileNodeInfo_HOOK(xmlPath, typeCode, nodes.get(), count) != 0) {
+        PatLog(3, "Get files' info failed, vercfg is %s, file type is %d!", xmlPath, typeCode);
+        return 1;
+    }
+    (void)snprintf_truncated_s(outName, 128, "%s", nodes[0].szFileName);
+    (void)snprintf_truncated_s(outSha, 128, "%s", nodes[0].szSha256);
+    return 0;
+}
+
+uint32_t QAV_GetRiskCheckPkgPath(const char *xmlPath, char *out, uint32_t outSize, const char *destObjType) {
+    uint32_t count = 0;
+    if (RPM_ParseXmlDstObjTypeFileNodeNum_HOOK(xmlPath, destObjType, &count) != 0) {
+        PatLog(3, "Get files' number failed, vercfg is %s, DestObjType is %s!", xmlPath, destObjType);
+        return 1;
+    }
+    if (count != 1) {
+        PatLog(3, "xml file TypeCode is inconsistent with patch type, vercfg is %s, DestObjType is %s!",
+               xmlPath, destObjType);
+        return 1;
+    }
+    NodeArray nodes(count);
+    if (nodes.get() == nullptr) {
+        PatLog(3, "[QAV_GetRiskCheckPkgPath]malloc failed!");
+        return 1;
+    }
+    if (RPM_ParseXmlDstObjTypeFileNodeInfo_HOOK(xmlPath, destObjType, nodes.get(), count) != 0) {
+        PatLog(3, "Get files' info failed, vercfg is %s, DestObjType is %s!", xmlPath, destObjType);
+        return 1;
+    }
+    (void)snprintf_truncated_s(out, outSize, "%s", nodes[0].szFileName);
+    return 0;
+}
+
+uint32_t QAV_GetFileNameByeVersionType(const char *xmlPath, char *outName, const char *versionType) {
+    uint32_t typeCode = 0;
+    if (!TypeCodeOfVersionType(versionType, &typeCode)) return kVersionFailed;
+    uint32_t count = 0;
+    uint32_t rc = RPM_ParseXmlDstTypeCodeFileNodeNum_HOOK(xmlPath, typeCode, &count);
+    if (rc != 0) {
+        PatLog(3, "Get files' number failed, vercfg is %s, file type is %d!", xmlPath, typeCode);
+        return rc;
+    }
+    if (count != 1) {
+        PatLog(3, "File number is not only one, vercfg is %s, file type is %d!", xmlPath, typeCode);
+        return 1;
+    }
+    NodeArray nodes(count);
+    if (nodes.get() == nullptr) {
+        PatLog(3, "[RPMLS_DLD_ALLInVnfcFiles]malloc failed!");
+        return 1;
+    }
+    if (RPM_ParseXmlDstTypeCodeFileNodeInfo_HOOK(xmlPath, typeCode, nodes.get(), count) != 0) {
+        PatLog(3, "Get files' info failed, vercfg is %s, file type is %d!", xmlPath, typeCode);
+        return kNodeInfoFailed;
+    }
+    (void)snprintf_truncated_s(outName, 128, "%s", nodes[0].szFileName);
+    return 0;
+}
+
+char *QAV_GetDirName(char *name) {
+    if (name == nullptr) return nullptr;
+    char *dot = std::strchr(name, '.');
+    if (dot != nullptr) *dot = '\0';
+    return name;
+}
+
+QAV_ENTRY_FUNCTION QAV_RpmGetVersionInfo(lua_State *state) {
+    char xmlPath[kXmlPathSize] = {0};
+    if (!qav::ArgCountIs(state, 2) ||
+        !qav::CopyStringArg(state, 1, xmlPath, sizeof(xmlPath), "QAV_RpmGetVersionInfo", __LINE__))
+        return PushCodeEmpty(state, qav::kFailed);
+    uint32_t kind = SYSDT_SPTI_ToUInt(state, 2);
+    QAV_STDiagLogToFile(kDiagModule, kDiagLevel, "acXmlPath = %s\n", xmlPath);
+
+    char text[384] = {0};
+    uint32_t rc = 0;
+    switch (kind) {
+    case 1:
+    case 3: {
+        rc = RPM_ParseXmlElementNodeValue_HOOK(xmlPath, kind == 1 ? "PackageType" : "VersionType", text, 128);
+        if (rc != 0) {
+            PatLog(3, "QAV_RpmGetPkgInfoGetInput failed, ret is %u.", rc);
+            return PushCodeEmpty(state, rc);
+        }
+        break;
+    }
+    case 4:
+    case 5: {
+        const bool version = kind == 4;
+        rc = RPM_ParseXmlElementNodeValue_HOOK(xmlPath, version ? "Version" : "BaseVersion", text,
+                                               version ? 32 : 128);
+        if (rc == 0) rc = RPM_ReplaceSrcChar2Dst_HOOK(text, ' ', '_');
+        if (rc != 0) {
+            PatLog(3,
+                   version ? "QAV_RpmGetPkgInfoGetInput failed, ret is %u."
+                           : "[UPG]QAV_RpmGetPkgInfoGetInput failed, ret is %u.",
+                   rc);
+            return PushCodeEmpty(state, rc);
+        }
+        break;
+    }
+    case 2:
+    case 10: {
+        auto *app = static_cast<RPM_APP_INFO *>(
+            ZAK_Malloc_F(g_pLocaHandleQav, g_aucZakMemPt, sizeof(RPM_APP_INFO), qav::kSourceTag, __LINE__));
+        if (app == nullptr) {
+            // Reported as success with an empty text, as the scripts have always seen it.
+            PatLog(3, "malloc failed, ret is %u.", 0u);
+            return PushCodeEmpty(state, qav::kOk);
+        }
+        (void)memset_s(app, sizeof(*app), 0, sizeof(*app));
+        rc = RPM_ParseXmlGetAppInfo_HOOK(xmlPath, app);
+        if (rc == 0)
+            (void)snprintf_truncated_s(text, sizeof(text), "%s", kind == 2 ? app->szAppType : app->szAppInfo);
+        (void)ZAK_Free_F(app, qav::kSourceTag, __LINE__);
+        if (rc != 0) {
+            PatLog(3, "RPM_ParseXmlGetAppInfo_HOOK failed, ret is %u.", rc);
+            return PushCodeEmpty(state, rc);
+        }
+        break;
+    }
+    case 6:
+        (void)strcpy_s(text, sizeof(text),
+                       QAV_UPG_CheckFiles(xmlPath) == 1 && SU_TypeCodeCheckInXml(xmlPath) == 1 ? "TRUE"
+                                                                                               : "FALSE");
+        break;
+    case 7:
+        (void)strcpy_s(text, sizeof(text), QAV_UPG_CheckFiles(xmlPath) == 1 ? "TRUE" : "FALSE");
+        break;
+    case 8:
+        rc = RPM_ParseXmlElementNodeValueByPath_HOOK(xmlPath, "Product/VNF/InterfaceId", text, 128);
+        if (rc != 0) {
+            PatLog(3, "Get InterfaceId node <Product/VNF/InterfaceId> value from file(%s) fail! RetCode:%u.",
+                   xmlPath, rc);
+            return PushCodeEmpty(state, rc);
+        }
+        break;
+    case 9:
+        rc = RPM_ParseXmlElementNodeValueByPath_HOOK(xmlPath, "Product/VNF/ProductType", text, 128);
+        if (rc != 0) {
+            RPM_LogToFile(qav::kVercfgLogId, qav::kLogFailure,
+                          "Get node <Product/VNF/ProductType> value from file(%s) fail! RetCode:%u.", xmlPath,
+                          rc);
+            return PushCodeEmpty(state, rc);
+        }
+        break;
+    default:
+        PatLog(3, "[UPG]uiDotype is %d.", kind);
+        return PushCodeEmpty(state, qav::kFailed);
+    }
+    QAV_STDiagLogToFile(kDiagModule, kDiagLevel, "acPackageName = %s\n", text);
+    return PushCodeText(state, qav::kOk, text, sizeof(text));
+}
+
+QAV_ENTRY_FUNCTION QAV_RpmGetPkgInfo(lua_State *state) {
+    if (!qav::ArgCountIs(state, 1)) return PushCodeEmpty(state, qav::kFailed);
+    uint32_t kind = SYSDT_SPTI_ToUInt(state, 1);
+    char value[256] = {0};
+    char result[128] = {0};
+    if (kind == 0) {
+        if (RPM_GetProfileString(kZakcfgFile, kStartupSection, kStartLoadKey, value, sizeof(value)) != 0)
+            return PushCodeEmpty(state, qav::kFailed);
+        (void)snprintf_truncated_s(result, sizeof(result), "%s", value);
+    } else if (kind == 1) {
+        if (RPM_GetProfileString(kZakcfgFile, kStartupSection, kLastKey, value, sizeof(value)) != 0)
+            return PushCodeEmpty(state, qav::kFailed);
+        if (value[0] == '\0' &&
+            RPM_GetProfileString(kZakcfgFile, kStartupSection, kCurrentKey, value, sizeof(value)) != 0)
+            return PushCodeEmpty(state, qav::kFailed);
+        if (std::strlen(value) > kDevicePrefixLength)
+            (void)snprintf_truncated_s(result, sizeof(result), "%s", value + kDevicePrefixLength);
+    } else {
+        return PushCodeEmpty(state, qav::kFailed);
+    }
+    return PushCodeText(state, qav::kOk, result, sizeof(result));
+}
+
+QAV_ENTRY_FUNCTION QAV_GetZakcfgInfo(lua_State *state) {
+    const char *keys[] = {kCurrentKey, kLastKey, kNextKey};
+    for (const char *key : keys) {
+        char version[256] = {0};
+        if (QAV_GetZakcfgVersionInfo(key, version, sizeof(version)) != 0) version[0] = '\0';
+        SYSDT_SPTI_PushString(state, version, sizeof(version));
+    }
+    return 3;
+}
+
+QAV_ENTRY_FUNCTION QAV_GetFileNameFromVercfg(lua_State *state) {
+    char xmlPath[kXmlPathSize] = {0};
+    int32_t argc = SYSDT_SPTI_GetTop(state);
+    bool inputOk = true;
+    if (argc != 3) {
+        PatLog(3, "Format path ParaNum %d wrong.", argc);
+        inputOk = false;
+    } else if (!qav::CopyStringArg(state, 1, xmlPath, sizeof(xmlPath), "QAV_GetFileNameFromVercfg",
+                                   __LINE__)) {
+        PatLog(3, "get xmlFile name failed.");
+        inputOk = false;
+    }
+    if (!inputOk) {
+        PatLog(3, "QAV_GetFileNameFromVercfgGetInput failed, ret is %u.", qav::kFailed);
+        return PushCodeEmpty(state, qav::kFailed);
+    }
+    uint32_t typeCode = SYSDT_SPTI_ToUInt(state, 2);
+    uint32_t check = SYSDT_SPTI_ToUInt(state, 3);
+    char name[128] = {0};
+    char sha[128] = {0};
+    uint32_t rc = QAV_GetPatNameInfo(xmlPath, name, sha, typeCode);
+    if (rc != 0) {
+        PatLog(3, "QAV_RpmGetPatPkgInfo failed, ret is %u.", rc);
+        return PushCodeEmpty(state, qav::kFailed);
+    }
+    if (check != 0) {
+        rc = QAV_CheckPatPkgSha(xmlPath, name, sha);
+        if (rc != 0) {
+            PatLog(3, "QAV_CheckPatPkgSha failed, ret is %u.", rc);
+            return PushCodeEmpty(state, qav::kFailed);
+        }
+    }
+    return PushCodeText(state, qav::kOk, name, sizeof(name));
+}
+
+QAV_ENTRY_FUNCTION QAV_GetFileNameFromVercfgByDestObjType(lua_State *state) {
+    char xmlPath[kXmlPathSize] = {0};
+    char destObjType[128] = {0};
+    if (!qav::ArgCountIs(state, 2) ||
+        !qav::CopyStringArg(state, 1, xmlPath, sizeof(xmlPath), "QAV_GetFileNameFromVercfgByDestObjType",
+                            __LINE__) ||
+        !qav::CopyStringArg(state, 2, destObjType, sizeof(destObjType),
+                            "QAV_GetFileNameFromVercfgByDestObjType", __LINE__)) {
+        PatLog(3, "QAV_GetFileNameFromVercfgByDestObjTypeGetInput failed, ret is %u.", qav::kFailed);
+        return PushCodeEmpty(state, qav::kFailed);
+    }
+    char name[128] = {0};
+    uint32_t rc = QAV_GetRiskCheckPkgPath(xmlPath, name, sizeof(name), destObjType);
+    if (rc != 0) {
+        PatLog(3, "QAV_GetRiskCheckPkgPath failed, ret is %u.", rc);
+        return PushCodeEmpty(state, qav::kFailed);
+    }
+    return PushCodeText(state, qav::kOk, name, sizeof(name));
+}
+
+QAV_ENTRY_FUNCTION QAV_GetInfoFromXml(lua_State *state) {
+    PatLog(kStepLevel, "===Get info from vercfg.xml===");
+    struct {
+        char packageType[64];
+        char versionType[64];
+        char appType[65];
+        char version[33];
+        char baseVersion[32];
+        char fileName[128];
+        char neType[40];
+    } info{};
+    auto pushAll = [&](uint32_t code) {
+        SYSDT_SPTI_PushUInt(state, code);
+        const bool ok = code == 0;
+        SYSDT_SPTI_PushString(state, ok ? info.packageType : "", sizeof(info.packageType));
+        SYSDT_SPTI_PushString(state, ok ? info.versionType : "", sizeof(info.versionType));
+        SYSDT_SPTI_PushString(state, ok ? info.appType : "", sizeof(info.appType));
+        SYSDT_SPTI_PushString(state, ok ? info.version : "", sizeof(info.version));
+        SYSDT_SPTI_PushString(state, ok ? info.baseVersion : "", sizeof(info.baseVersion));
+        SYSDT_SPTI_PushString(state, ok ? info.fileName : "", sizeof(info.fileName));
+        SYSDT_SPTI_PushString(state, ok ? info.neType : "", sizeof(info.neType));
+        return 8;
+    };
+    int32_t argc = SYSDT_SPTI_GetTop(state);
+    if (argc != 2) {
+        // A wrong call reads as code 0 with empty texts; the scripts test the texts.
+        PatLog(3, "Format path ParaNum %d wrong.", argc);
+        return pushAll(qav::kOk);
+    }
+    const char *dir = SYSDT_SPTI_ToString(state, 1);
+    if (dir == nullptr) {
+        PatLog(3, "String Param is null.");
+        return pushAll(qav::kOk);
+    }
+    const bool wantFileName = SYSDT_SPTI_ToBoolean(state, 2) != 0;
+    char xml[256] = {0};
+    if (!VercfgPathOf(dir, xml, sizeof(xml))) return pushAll(qav::kFailed);
+
+    if (RPM_ParseXmlElementNodeValue_HOOK(xml, "PackageType", info.packageType, sizeof(info.packageType)) !=
+        0)
+        return pushAll(kPackageTypeFailed);
+    if (RPM_ParseXmlElementNodeValue_HOOK(xml, "VersionType", info.versionType, sizeof(info.versionType)) !=
+        0)
+        return pushAll(kVersionFailed);
+    if (RPM_ParseXmlElementNodeValueByPath_HOOK(xml, "Product/APPList/APP/APPType", info.appType,
+                                                sizeof(info.appType)) != 0)
+        return pushAll(kAppTypeFailed);
+    if (RPM_ParseXmlElementNodeValue_HOOK(xml, "Version", info.version, sizeof(info.version)) != 0)
+        return pushAll(kVersionFailed);
+    if (RPM_ParseXmlElementNodeValue_HOOK(xml, "BaseVersion", info.baseVersion, sizeof(info.baseVersion)) !=
+        0)
+        return pushAll(kVersionFailed);
+    if (wantFileName) {
+        uint32_t rc = QAV_GetFileNameByeVersionType(xml, info.fileName, info.versionType);
+        if (rc != 0) return pushAll(rc);
+    }
+    if (RPM_ParseXmlElementNodeValue_HOOK(xml, "NeType", info.neType, sizeof(info.neType)) != 0)
+        return pushAll(kNeTypeFailed);
+    return pushAll(qav::kOk);
+}
+
+QAV_ENTRY_FUNCTION QAV_GetFileInfoFromXml(lua_State *state) {
+    if (!qav::ArgCountIs(state, 3)) return PushCodeEmpty(state, qav::kFailed);
+    uint32_t typeCode = SYSDT_SPTI_ToUInt(state, 1);
+    const char *dir = SYSDT_SPTI_ToString(state, 2);
+    uint32_t mode = SYSDT_SPTI_ToUInt(state, 3);
+    char xml[256] = {0};
+    if (dir == nullptr || !VercfgPathOf(dir, xml, sizeof(xml)) || RPMFS_ProcIsFileExist(xml) == 0)
+        return PushCodeEmpty(state, qav::kFailed);
+    uint32_t count = 0;
+    if (RPM_ParseXmlDstTypeCodeFileNodeNum_HOOK(xml, typeCode, &count) != 0 || count != 1)
+        return PushCodeEmpty(state, qav::kFailed);
+    NodeArray nodes(count);
+    if (nodes.get() == nullptr) {
+        PatLog(3, "[RPMLS_DLD_ALLInVnfcFiles]malloc failed!");
+        return PushCodeEmpty(state, qav::kFailed);
+    }
+    if (RPM_ParseXmlDstTypeCodeFileNodeInfo_HOOK(xml, typeCode, nodes.get(), count) != 0)
+        return PushCodeEmpty(state, qav::kFailed);
+    if (mode == 1) return PushCodeText(state, qav::kOk, nodes[0].szFileName, sizeof(nodes[0].szFileName));
+    if (mode == 2) {
+        SYSDT_SPTI_PushUInt(state, qav::kOk);
+        SYSDT_SPTI_PushUInt(state, nodes[0].uiAttr);
+        return 2;
+    }
+    return PushCodeEmpty(state, qav::kFailed);
+}
+
+QAV_ENTRY_FUNCTION QAV_GetMimNumFromXml(lua_State *state) {
+    auto pushCodeCount = [state](uint32_t code, uint32_t count) {
+        SYSDT_SPTI_PushUInt(state, code);
+        SYSDT_SPTI_PushUInt(state, count);
+        return 2;
+    };
+    int32_t argc = SYSDT_SPTI_GetTop(state);
+    if (argc != 1) {
+        PatLog(3, "Format path ParaNum %d wrong.", argc);
+        return pushCodeCount(qav::kOk, 0);
+    }
+    const char *dir = SYSDT_SPTI_ToString(state, 1);
+    if (dir == nullptr) {
+        RPM_LogToFile(qav::kVercfgLogId, qav::kLogFailure, "pcFilePath is null.");
+        return pushCodeCount(kNodeCountFailed, 0);
+    }
+    char xml[256] = {0};
+    uint32_t count = 0;
+    uint32_t rc =
+        VercfgPathOf(dir, xml, sizeof(xml)) ? RPM_ParseXmlDstTypeCodeFileNodeNum(xml, kMimCode, &count) : 1;
+    if (rc != 0) {
+        RPM_LogToFile(qav::kVercfgLogId, qav::kLogFailure,
+                      "Get destination type %u file node number from file(%s) fail! RetCode:%u.", kMimCode,
+                      xml, rc);
+        return pushCodeCount(kNodeCountFailed, 0);
+    }
+    return pushCodeCount(qav::kOk, count);
+}
+
+// The list queries: code 0 and a text of every selected name followed by ';', or code 1 alone.
+static int PushNameList(lua_State *state, bool vnfcPaths) {
+    if (!qav::ArgCountIs(state, 1)) return qav::ReturnUInt(state, qav::kFailed);
+    const char *xml = SYSDT_SPTI_ToString(state, 1);
+    if (xml == nullptr) return qav::ReturnUInt(state, qav::kFailed);
+    const uint32_t typeCode = vnfcPaths ? kBaseSoftwareCode : RPM_ALL_TYPE_CODE;
+    uint32_t count = 0;
+    if (RPM_ParseXmlDstTypeCodeFileNodeNum_HOOK(xml, typeCode, &count) != 0)
+        return qav::ReturnUInt(state, qav::kFailed);
+    if (count == 0) return PushCodeEmpty(state, qav::kOk);
+    if (count > (UINT32_MAX - 1) / 129) return qav::ReturnUInt(state, qav::kFailed);
+    NodeArray nodes(count);
+    uint32_t rc = 0;
+    bool read = ReadNodes(nodes, &rc, [&](RPM_FILE_NODE_INFO *records, uint32_t n) {
+        return vnfcPaths ? RPM_ParseXmlDstTypeCodeFileNodeInfo_HOOK(xml, typeCode, records, n)
+                         : RPM_ParseXmlAllFileNodeInfo_HOOK(xml, records, n);
+    });
+    if (!read) return qav::ReturnUInt(state, qav::kFailed);
+    const uint32_t size = count * 129 + (vnfcPaths ? 1 : 0);
+    auto *list =
+        static_cast<char *>(ZAK_Malloc_F(g_pLocaHandleQav, g_aucZakMemPt, size, qav::kSourceTag, __LINE__));
+    if (list == nullptr) return qav::ReturnUInt(state, qav::kFailed);
+    (void)memset_s(list, size, 0, size);
+    bool fits = true;
+    size_t used = 0;
+    for (uint32_t i = 0; i < count && fits; ++i) {
+        char *name = nodes[i].szFileName;
+        if (vnfcPaths) QAV_GetDirName(name);
+        int written = snprintf_s(list + used, size - used, size - used - 1, "%s;", name);
+        fits = written >= 0;
+        if (fits) used += static_cast<size_t>(written);
+    }
+    int results = fits ? PushCodeText(state, qav::kOk, list, size) : qav::ReturnUInt(state, qav::kFailed);
+    (void)ZAK_Free_F(list, qav::kSourceTag, __LINE__);
+    return results;
+}
+
+QAV_ENTRY_FUNCTION QAV_GetFileListFromVerCfgXml(lua_State *state) {
+    return PushNameList(state, false);
+}
+
+QAV_ENTRY_FUNCTION QAV_GetVnfcPathListFromVercfgXml(lua_State *state) {
+    return PushNameList(state, true);
+}
+
+QAV_ENTRY_FUNCTION QAV_IsVnfcVercfgXml(lua_State *state) {
+    if (!qav::ArgCountIs(state, 1)) return qav::ReturnUInt(state, qav::kFailed);
+    const char *xml = SYSDT_SPTI_ToString(state, 1);
+    if (xml == nullptr) return qav::ReturnUInt(state, qav::kFailed);
+    uint32_t count = 0;
+    if (RPM_ParseXmlDstTypeCodeFileNodeNum_HOOK(xml, kBaseSoftwareCode, &count) != 0)
+        return qav::ReturnUInt(state, qav::kFailed);
+    bool vnfc = true;
+    if (count != 0) {
+        NodeArray nodes(count);
+        uint32_t rc = 0;
+        if (!ReadNodes(nodes, &rc, [&](RPM_FILE_NODE_INFO *records, uint32_t n) {
+                return RPM_ParseXmlDstTypeCodeFileNodeInfo_HOOK(xml, kBaseSoftwareCode, records, n);
+            }))
+            return qav::ReturnUInt(state, qav::kFailed);
+        vnfc = false;
+        for (uint32_t i = 0; i < count && !vnfc; ++i)
+            vnfc = std::strchr(nodes[i].szFileName, '.') != nullptr &&
+                   std::strstr(nodes[i].szFileName, ".zip") == nullptr;
+    }
+    SYSDT_SPTI_PushUInt(state, qav::kOk);
+    SYSDT_SPTI_PushBool(state, vnfc ? 1 : 0);
+    return 2;
+}
+
+} // extern "C"

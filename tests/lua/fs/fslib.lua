@@ -1,0 +1,41 @@
+-- Helpers for the file-engine tests: shell commands, file contents and the engine's log lines.
+local zh = require "zakhost"
+local F = {}
+
+function F.sh(command)
+    local p = assert(io.popen(command .. " 2>&1"))
+    local out = p:read("*a")
+    p:close()
+    return (out:gsub("\n$", ""))
+end
+
+function F.ok(command)
+    return os.execute(command) == true
+end
+
+function F.write(path, data)
+    local f = assert(io.open(path, "wb")); f:write(data); f:close()
+end
+
+function F.read(path)
+    local f = io.open(path, "rb"); if not f then return nil end
+    local d = f:read("*a"); f:close(); return d
+end
+
+function F.kind(path)
+    return F.sh("stat -c %F " .. path)
+end
+
+-- The engine's messages since the last F.clear(), without the log prefix.
+function F.messages()
+    local out = {}
+    for _, line in ipairs(zh.log_lines("diag")) do
+        local msg = line:match("vfm record err msg fatal: (.*)$")
+        if msg then out[#out + 1] = msg end
+    end
+    return out
+end
+
+function F.clear() zh.log_clear() end
+
+return F

@@ -1,0 +1,117 @@
+-- Patch names, custom patch versions, package information, digests, the CRL path and the ISSU log.
+local T = require "testlib"
+local zh = require "zakhost"
+local P = require "pkg_issu.pkgtool"
+local m = libqavluacommon
+
+local function call(name, ...)
+    local args = table.pack(...)
+    return P.balanced(function() return m[name](table.unpack(args, 1, args.n)) end)
+end
+
+local rinfo = "zakv8/main/pkg_pool/program/current/rpg.rinfo"
+local function write_rinfo(lines)
+    return P.write(rinfo, table.concat(lines, "\n") .. "\n")
+end
+local function md5sum(path)
+    local pipe = io.popen("md5sum " .. path)
+    local digest = pipe:read("l"):match("^(%x+)")
+    pipe:close()
+    return digest
+end
+
+os.execute("mkdir -p " .. P.root .. "/zakv8/main/home/patch")
+local patchDir = P.root .. "/zakv8/main/home/patch"
+P.write("zakv8/main/home/patch/MAINV1.00.10P007.pat", "patch")
+P.write("zakv8/main/home/patch/plain", "patch")
+
+T.case("rpm_getrealpatfile finds a patch with or without its extension", function()
+    T.eq(call("rpm_getrealpatfile", "MAINV1.00.10P007"),
+        { n = 3, 0, "MAINV1.00.10P007.pat", patchDir .. "/MAINV1.00.10P007.pat" })
+    T.eq(call("rpm_getrealpatfile", "plain"), { n = 3, 0, "plain", patchDir .. "/plain" })
+    T.eq(call("rpm_getrealpatfile", "nosuch"), { n = 1, -1 })
+    T.eq(call("rpm_getrealpatfile", "../patch/plain"), { n = 1, -1 })
+    T.eq(call("rpm_getrealpatfile"), { n = 1, -1 })
+end)
+
+T.case("rpm_getpatcustomver fills the pattern's number run from the patch number", function()
+    os.remove(P.root .. "/" .. rinfo)
+    T.eq(call("rpm_getpatcustomver", "MAINV1.00.10P007"), { n = 1, -1 })
+    write_rinfo({ "Name=MAIN", "Version=V1.00.10" })
+    T.eq(call("rpm_getpatcustomver", "MAINV1.00.10P007"), { n = 1, -2 })
+    T.eq(call("rpm_getpatcustomver"), { n = 1, -1 })
+    for _, bad in ipairs({ "SP", "SP#-#", "SP ##", "SP##########" }) do
+        write_rinfo({ "CustomPatchVersionPattern=" .. bad })
+        T.eq(call("rpm_getpatcustomver", "MAINV1.00.10P007"), { n = 1, -3 }, bad)
+    end
+    write_rinfo({ "CustomPatchVersionPattern = CP-###.x" })
+    T.eq(call("rpm_getpatcustomver", "MAINV1.00.10P007.pat"), { n = 2, 0, "CP-007.x" })
+    T.eq(call("rpm_getpatcustomver", "MAINV1.00.10p1234"), { n = 1, -4 })
+    T.eq(call("rpm_getpatcustomver", "MAINV1.00.10"), { n = 1, -4 })
+    zh.inject("ISSU_PKGINFO_Open", 0)
+    T.eq(call("rpm_getpatcustomver", "MAINV1.00.10P007"), { n = 1, -1 })
+end)
+
+T.case("package information queries read the running package's file or a named one", function()
+    write_rinfo({ "Name=MAIN", "Version=V1.00.10", "Copyright=(c) Example Networks", "Origin = lab build 7",
+        "Unknown=ignored", "Type=rpg" })
+    T.eq(call("rpm_getpkginfo"), { n = 2, 0,
+        { Name = "MAIN", Version = "V1.00.10", Type = "rpg", Copyright = "(c) Example Networks", Origin = "lab build 7" } })
+    T.eq(call("rpm_getcopyrightinfo"), { n = 2, 0, "(c) Example Networks" })
+    T.eq(call("rpm_getorigininfo"), { n = 2, 0, "lab build 7" })
+    local other = P.write("other.rinfo", "Name=OTHER\nProduct=box\n")
+    T.eq(call("rpm_getpkginfo", other), { n = 2, 0, { Name = "OTHER", Product = "box" } })
+    T.eq(call("rpm_getcopyrightinfo", other), { n = 1, -3 })
+    T.eq(call("rpm_getorigininfo", other), { n = 1, -3 })
+    T.eq(call("rpm_getpkginfo", P.root .. "/none.rinfo"), { n = 1, -2 })
+    T.eq(call("rpm_getorigininfo", P.root .. "/none.rinfo"), { n = 1, -2 })
+    T.eq(call("rpm_getpkginfo", other, "extra"), { n = 1, -1 })
+    T.eq(call("rpm_getcopyrightinfo", {}), { n = 1, -1 })
+    T.eq(call("rpm_getpkginfo", string.rep("x", 300)), { n = 1, -1 })
+    zh.inject("RPM_Os_Alloc", 0, 2)
+    T.eq(call("rpm_getpkginfo", other), { n = 1, -2 })
+end)
+
+T.case("file digests cover whole files and byte ranges", function()
+    local path = P.write("data.bin", string.rep("0123456789", 100))
+    local head = P.write("head.bin", string.rep("0123456789", 10))
+    local tail = P.write("tail.bin", string.rep("0123456789", 50))
+    T.eq(call("rpm_getfilemd5val", path), { n = 2, 0, md5sum(path) })
+    T.eq(call("rpm_getfilemd5val", P.root .. "/none.bin"), { n = 1, -2 })
+    T.eq(call("rpm_getfilemd5val", P.root), { n = 1, -2 })
+    T.eq(call("rpm_getfilemd5val"), { n = 1, -1 })
+    T.eq(call("rpm_getfilemd5val_ext", path, 0, 100), { n = 2, 0, md5sum(head) })
+    T.eq(call("rpm_getfilemd5val_ext", path, 500, 0), { n = 2, 0, md5sum(tail) })
+    T.eq(call("rpm_getfilemd5val_ext", path, 0, 0), { n = 2, 0, md5sum(path) })
+    T.eq(call("rpm_getfilemd5val_ext", path, 1000, 0), { n = 2, 0, "d41d8cd98f00b204e9800998ecf8427e" })
+    T.eq(call("rpm_getfilemd5val_ext", path, 990, 11), { n = 1, -3 })
+    T.eq(call("rpm_getfilemd5val_ext", path, 1001, 0), { n = 1, -3 })
+    T.eq(call("rpm_getfilemd5val_ext", path, -1, 0), { n = 1, -1 })
+    T.eq(call("rpm_getfilemd5val_ext", path, 0), { n = 1, -1 })
+    T.eq(call("rpm_getfilemd5val_ext", P.root .. "/none.bin", 0, 0), { n = 1, -2 })
+end)
+
+T.case("pat_GetCrlPath answers from the platform service when there is one", function()
+    zh.log_clear()
+    T.eq(call("pat_GetCrlPath"), { n = 2, 0, P.root .. "/zakv8/main/home/crl" })
+    T.has_line(zh.log_lines("cms"), "Get crl path is enter")
+    T.has_line(zh.log_lines("cms"), "Get crl path: " .. P.root .. "/zakv8/main/home/crl")
+    zh.inject("ZAK_GetCRLFileRootPath", 3)
+    T.eq(call("pat_GetCrlPath"), { n = 1, -1 })
+    T.has_line(zh.log_lines("cms"), "Get crl file path failed")
+    zh.profile_set("cms", "crl_service", "0")
+    T.eq(call("pat_GetCrlPath"), { n = 1, 0 })
+    T.has_line(zh.log_lines("cms"), "Get crl file path func is null")
+    zh.profile_set("cms", "crl_service", nil)
+end)
+
+T.case("rpm_issulog writes the text at the given level", function()
+    zh.log_clear()
+    T.eq(call("rpm_issulog", 5, "switching over 50%"), { n = 0 })
+    T.has_line(zh.log_lines("issu"), "switching over 50%")
+    -- Without a text the placeholder is the one result.
+    T.eq(call("rpm_issulog", 5), { n = 1, -1 })
+    T.has_line(zh.log_lines("upgrade"), "print issu log failed")
+end)
+
+T.run()

@@ -1,0 +1,174 @@
+-- Clock getters and system time arithmetic.
+local T = require "testlib"
+local zh = require "zakhost"
+local m = libqavluacommon
+
+local function tm(y, mo, d, h, mi, s, ms, wk)
+    return { year = y, month = mo, date = d, hour = h, minute = mi, second = s, millSec = ms or 0, week = wk or 0 }
+end
+
+local function gnu(cmd)
+    local p = io.popen(cmd)
+    local out = p:read("a")
+    p:close()
+    return out
+end
+
+T.case("local and GMT getters fill the record keys and agree under the default UTC zone", function()
+    local loc, gmt = {}, {}
+    local r = T.results(m.qav_spt_SysLocalTimeGet(loc))
+    T.eq(r, { n = 2, 0, 0 })
+    T.eq(m.qav_GetGMTSystime(gmt), 0)
+    for _, k in ipairs({ "year", "month", "date", "hour", "week" }) do
+        T.eq(loc[k], gmt[k], k)
+    end
+    T.ok(loc.year >= 2024 and loc.month >= 1 and loc.month <= 12 and loc.millSec < 1000)
+    -- week is the weekday the calendar gives for that date (0 = Sunday)
+    local w = gnu(string.format("date -u -d '%04d-%02d-%02d' +%%w", gmt.year, gmt.month, gmt.date))
+    T.eq(gmt.week, tonumber(w))
+end)
+
+T.case("wrong argument counts: the local getter's count, the GMT getter's logged 1", function()
+    zh.log_clear()
+    -- 0xFFFFFFFF returned as the result count is clamped by the engine to the stack height
+    local r = T.results(m.qav_spt_SysLocalTimeGet({}, {}))
+    T.eq(r.n, 2)
+    T.eq(m.qav_GetGMTSystime(), 1)
+    T.has_line(zh.log_lines("base"), "QAV_GetGMTSystime proc fail SYSDT_SPTI_GetTop. uiRet = 1")
+end)
+
+T.case("GMT getter: a platform 22 is logged under the wrong call's name and pushed", function()
+    zh.log_clear()
+    zh.inject("ZAK_GMT_SystimeGet", 22)
+    local t = {}
+    T.eq(m.qav_GetGMTSystime(t), 22)
+    T.eq(t.year, nil)
+    T.has_line(zh.log_lines("base"), "QAV_GetGMTSystime proc fail NUK_SystimeRelSecCal. uiRet = 22")
+    -- any other status still writes the (zeroed) record
+    zh.inject("ZAK_GMT_SystimeGet", 7)
+    T.eq(m.qav_GetGMTSystime(t), 7)
+    T.eq(t.year, 0)
+end)
+
+T.case("clock_advance moves the wall clock, system seconds and uptime together", function()
+    local s1 = m.qav_GetSystimeToSecond()
+    local _, h1, l1 = m.qav_GetUptimeSec()
+    local _, mh, ml = m.qav_GetUptimeMillSec()
+    zh.clock_advance(3600)
+    local s2 = m.qav_GetSystimeToSecond()
+    local st, h2, l2 = m.qav_GetUptimeSec()
+    T.eq(st, 0)
+    T.ok(s2 - s1 >= 3600 and s2 - s1 <= 3602, "system seconds moved " .. (s2 - s1))
+    local up1, up2 = h1 * 2 ^ 32 + l1, h2 * 2 ^ 32 + l2
+    T.ok(up2 - up1 >= 3600 and up2 - up1 <= 3602)
+    T.ok(math.abs((mh * 2 ^ 32 + ml) / 1000 - up1) < 2, "milliseconds and seconds agree")
+end)
+
+T.case("uptime getters with an argument push 0xFFFFFFFF, 0, 0; system seconds log the count", function()
+    T.eq(T.results(m.qav_GetUptimeSec(1)), { n = 3, 0xFFFFFFFF, 0, 0 })
+    T.eq(T.results(m.qav_GetUptimeMillSec("x")), { n = 3, 0xFFFFFFFF, 0, 0 })
+    zh.log_clear()
+    T.eq(T.results(m.qav_GetSystimeToSecond(1)), { n = 2, 0, 0 })
+    T.has_line(zh.log_lines("base"), "QAV_GetEcmCid proc fail SYSDT_SPTI_GetTop. uiRet = 1")
+    zh.inject("ZAK_GetSystemTime", 5)
+    T.eq(T.results(m.qav_GetSystimeToSecond()), { n = 2, 0, 0 })
+    T.has_line(zh.log_lines("base"), "QAV_GetEcmCid proc fail QAV_GetSystimeDelaySecondCal. uiRet = 5")
+end)
+
+T.case("seconds to calendar matches GNU date and never reports failure", function()
+    for _, secs in ipairs({ 0, 951782400, 1709164800, 4294967295 }) do
+        local t = {}
+        T.eq(m.qav_SystimeSecToTime(secs, t), 0)
+        local g = gnu("date -u -d @" .. secs .. " '+%Y %m %d %H %M %S %w'")
+        local y, mo, d, h, mi, s, w = g:match("(%d+) (%d+) (%d+) (%d+) (%d+) (%d+) (%d)")
+        T.eq(t, tm(tonumber(y), tonumber(mo), tonumber(d), tonumber(h), tonumber(mi), tonumber(s), 0, tonumber(w)),
+            "seconds " .. secs)
+    end
+    zh.log_clear()
+    T.eq(m.qav_SystimeSecToTime(5), 0)
+    T.has_line(zh.log_lines("base"), "QAV_GetEcmCid proc fail SYSDT_SPTI_GetTop. uiRet = 1")
+    local t = { year = 7 }
+    T.eq(m.qav_SystimeSecToTime(5, t, 9), 0)
+    T.eq(t, tm(0, 0, 0, 0, 0, 0, 0, 0), "wrong count writes the zero record")
+end)
+
+T.case("second difference: first not earlier, across a leap day; refused otherwise", function()
+    local a = tm(2024, 3, 1, 0, 0, 0)
+    local b = tm(2024, 2, 28, 23, 59, 30)
+    T.eq(m.qav_systimerelseccal(a, b), 86400 + 30)
+    T.eq(m.qav_systimerelseccal(a, a), 0)
+    zh.log_clear()
+    T.eq(m.qav_systimerelseccal(b, a), 0xFFFFFFFF)
+    T.has_line(zh.log_lines("base"), "QAV_SystimeRelSecCal proc fail NUK_SystimeRelSecCal. uiRet = -1")
+    -- an impossible date fails the comparison and is refused the same way
+    T.eq(m.qav_systimerelseccal(tm(2023, 2, 29, 0, 0, 0), b), 0xFFFFFFFF)
+    -- more than 32 bits of seconds is the platform's 22, also refused
+    T.eq(m.qav_systimerelseccal(tm(2200, 1, 1, 0, 0, 0), tm(1970, 1, 1, 0, 0, 0)), 0xFFFFFFFF)
+    T.eq(m.qav_systimerelseccal(a), 1)
+end)
+
+T.case("table readers: a missing week fails with 0x801707 even with every other key", function()
+    local noweek = tm(2024, 1, 1, 0, 0, 0)
+    noweek.week = nil
+    zh.log_clear()
+    T.eq(m.qav_SystimeCompare(noweek, noweek), 0x801707)
+    T.has_line(zh.log_lines("base"), "QAV_GetSystimeTable(pstSC, &stFirstSystime, 1). uiRet = 8394503")
+    T.eq(m.qav_systimereldaycal(tm(2024, 1, 1, 0, 0, 0), { year = "x" }), 0x801707)
+end)
+
+T.case("day difference counts calendar days; earlier first is 0xFFFFFFFF", function()
+    T.eq(m.qav_systimereldaycal(tm(2025, 1, 1, 0, 0, 1), tm(2024, 1, 1, 23, 59, 59)), 366)
+    T.eq(m.qav_systimereldaycal(tm(2024, 1, 1, 23, 0, 0), tm(2024, 1, 1, 0, 0, 0)), 0)
+    zh.log_clear()
+    T.eq(m.qav_systimereldaycal(tm(2024, 1, 1, 0, 0, 0), tm(2024, 1, 2, 0, 0, 0)), 0xFFFFFFFF)
+    T.has_line(zh.log_lines("base"), "QAV_GetEcmCid proc fail NUK_SystimeRelDayCal. uiRet = -1")
+end)
+
+T.case("compare codes 1, 2, 3 and 0 for an invalid record; milliseconds count", function()
+    local a = tm(2024, 6, 1, 12, 0, 0, 1)
+    local b = tm(2024, 6, 1, 12, 0, 0, 2)
+    T.eq(m.qav_SystimeCompare(a, b), 1)
+    T.eq(m.qav_SystimeCompare(a, a), 2)
+    T.eq(m.qav_SystimeCompare(b, a), 3)
+    T.eq(m.qav_SystimeCompare(tm(2024, 13, 1, 0, 0, 0), a), 0)
+end)
+
+T.case("adding milliseconds rolls over the year and rewrites the weekday", function()
+    local t = tm(2023, 12, 31, 23, 59, 59, 999, 9)
+    T.eq(m.qav_SystimeAddMilliSeconds(t, 1), 0)
+    T.eq(t, tm(2024, 1, 1, 0, 0, 0, 0, 1))
+    T.eq(m.qav_SystimeAddMilliSeconds(t, 86400000 * 49 + 1500), 0)
+    T.eq(t, tm(2024, 2, 19, 0, 0, 1, 500, 1))
+    -- the millisecond count is a 32-bit word: 2^32 + 500 adds 500
+    T.eq(m.qav_SystimeAddMilliSeconds(t, 2 ^ 32 + 500), 0)
+    T.eq(t, tm(2024, 2, 19, 0, 0, 2, 0, 1))
+    zh.log_clear()
+    local bad = tm(2024, 2, 30, 0, 0, 0)
+    T.eq(m.qav_SystimeAddMilliSeconds(bad, 1), 22)
+    T.eq(bad.date, 30, "untouched on failure")
+    T.has_line(zh.log_lines("base"), "QAV_GetEcmCid proc fail NUK_SystimeAdd. uiRet = 22")
+    T.eq(m.qav_SystimeAddMilliSeconds({}, 1), 0x801707)
+    T.eq(m.qav_SystimeAddMilliSeconds(t), 1)
+end)
+
+T.case("rpm clocks: years from 2000, month 1..12, day and uSecond keys", function()
+    local g, l = {}, {}
+    T.eq(m.rpm_get_gmtime(g), 0)
+    T.eq(m.rpm_get_localtime(l), 0)
+    local now = os.date("!*t", m.qav_GetSystimeToSecond())
+    T.eq(g.year, now.year - 2000)
+    T.eq(g.month, now.month)
+    T.eq(g.day, now.day)
+    T.eq(g.date, nil)
+    T.eq(g.millSec, nil)
+    T.ok(g.uSecond >= 0 and g.uSecond < 1000000)
+    T.eq(l.year, os.date("*t").year - 2000)
+    zh.log_clear()
+    T.eq(m.rpm_get_gmtime(), 1)
+    T.eq(m.rpm_get_localtime(1, 2), 1)
+    local lines = zh.log_lines("base")
+    T.has_line(lines, "GetGmTime proc fail SYSDT_SPTI_GetTop. uiRet = 1")
+    T.has_line(lines, "QAV_RPM_GetLocalTime proc fail SYSDT_SPTI_GetTop. uiRet = 1")
+end)
+
+T.run()

@@ -1,0 +1,103 @@
+// The event log checks its type string against the counted values: a mismatch is an error record
+// and status 22, and no value beyond the count is ever read.
+#include <gtest/gtest.h>
+
+#include <memory>
+#include <string>
+
+#include "host.h"
+#include "qav_event.h"
+
+namespace {
+
+zakhost::Json LastEvent() {
+    auto records = zakhost::log_records("event");
+    return records.empty() ? zakhost::Json{} : records.back();
+}
+
+const zakhost::Json *Field(const zakhost::Json &record, const std::string &key) {
+    for (const auto &f : record.fields)
+        if (f.first == key) return &f.second;
+    return nullptr;
+}
+
+class EventValues : public ::testing::Test {
+  protected:
+    void SetUp() override { zakhost::log_clear(); }
+};
+
+TEST_F(EventValues, MatchingValuesAreRecordedInOrder) {
+    SYS_TIME t{2024, 1, 2, 3, 4, 5, 6, 7};
+    EXPECT_EQ(QAV_EventLog(5u, 0x8090006u, "%d%u%s%_T_12", -1, 4000000000u, "txt",
+                           static_cast<const SYS_TIME *>(&t)),
+              0u);
+    zakhost::Json e = LastEvent();
+    EXPECT_EQ(Field(e, "error"), nullptr);
+    const zakhost::Json *values = Field(e, "values");
+    ASSERT_NE(values, nullptr);
+    ASSERT_EQ(values->items.size(), 4u);
+    EXPECT_EQ(values->items[0].number, -1);
+    EXPECT_EQ(values->items[1].number, 4000000000.0);
+    EXPECT_EQ(values->items[2].text, "txt");
+    EXPECT_EQ(Field(values->items[3], "millSec")->number, 7);
+    EXPECT_EQ(Field(e, "info")->text, "0x08090006");
+}
+
+TEST_F(EventValues, AnIntegerOfEitherSignFillsBothIntegerSlots) {
+    EXPECT_EQ(QAV_EventLogVs(1u, 2u, 3u, "%d%u", 0xFFFFFFFFu, -1), 0u);
+    zakhost::Json e = LastEvent();
+    const zakhost::Json *values = Field(e, "values");
+    EXPECT_EQ(values->items[0].number, -1);
+    EXPECT_EQ(values->items[1].number, 4294967295.0);
+}
+
+TEST_F(EventValues, MismatchesAreErrorRecords) {
+    SYS_TIME t{};
+    struct {
+        uint32_t status;
+        const char *expected;
+    } cases[] = {
+        {QAV_EventLog(0u, 1u, "%d%s", 1), "type string has 2 values, 1 passed"},
+        {QAV_EventLog(0u, 1u, "%d", 1, 2), "type string has 1 values, 2 passed"},
+        {QAV_EventLog(0u, 1u, "%s", 1), "value 1 is not a text"},
+        {QAV_EventLog(0u, 1u, "%d", "x"), "value 1 is not an integer"},
+        {QAV_EventLog(0u, 1u, "%_T_12", "x"), "value 1 is not a time record"},
+        {QAV_EventLog(0u, 1u, "%s%_T_12", "x", static_cast<const SYS_TIME *>(nullptr)),
+         "value 2 is a null time record"},
+        {QAV_EventLog(0u, 1u, "%s", static_cast<const char *>(nullptr)), "value 1 is a null text"},
+        {QAV_EventLog(0u, 1u, "%x", 1), "unknown type at offset 0"},
+        {QAV_EventLog(0u, 1u, "%d %d", 1, 2), "unknown type at offset 2"},
+        {QAV_EventLogCtrl(0u, 9u, 1u, "%_T_1", static_cast<const SYS_TIME *>(&t)),
+         "unknown type at offset 0"},
+    };
+    auto records = zakhost::log_records("event");
+    ASSERT_EQ(records.size(), std::size(cases));
+    for (size_t i = 0; i < std::size(cases); ++i) {
+        EXPECT_EQ(cases[i].status, QAV_EVENT_MISMATCH) << i;
+        const zakhost::Json *error = Field(records[i], "error");
+        ASSERT_NE(error, nullptr) << i;
+        EXPECT_EQ(error->text, cases[i].expected) << i;
+    }
+    EXPECT_EQ(Field(records.back(), "ctrl")->number, 9);
+    EXPECT_EQ(Field(records.back(), "call")->text, "QAV_EventLogCtrl");
+}
+
+TEST_F(EventValues, NothingBeyondTheCountIsRead) {
+    // The values live in a block exactly as long as the count says; the sanitizer build would
+    // report any read past it.
+    auto one = std::make_unique<QAV_EVENT_VALUE[]>(1);
+    one[0].kind = QAV_EVENT_INT;
+    one[0].v.i = 42;
+    EXPECT_EQ(QAV_EventLogValues(QAV_EVENT_CALL_LOG, 0, 0, 1, "%d%d%d%s", one.get(), 1), QAV_EVENT_MISMATCH);
+    zakhost::Json e = LastEvent();
+    const zakhost::Json *values = Field(e, "values");
+    ASSERT_EQ(values->items.size(), 1u);
+    EXPECT_EQ(values->items[0].number, 42);
+    EXPECT_EQ(QAV_EventLogValues(QAV_EVENT_CALL_LOG, 0, 0, 1, "%d", nullptr, 3), QAV_EVENT_MISMATCH);
+    EXPECT_EQ(QAV_EventLogValues(7, 0, 0, 1, "", nullptr, 0), QAV_EVENT_MISMATCH);
+    EXPECT_EQ(QAV_EventLogValues(QAV_EVENT_CALL_LOG, 0, 0, 1, nullptr, nullptr, 0), QAV_EVENT_MISMATCH);
+    e = LastEvent();
+    EXPECT_EQ(Field(e, "error")->text, "no type string");
+}
+
+} // namespace

@@ -1,0 +1,153 @@
+// Path splitting of the package checks and the file node records the host's vercfg reader fills.
+#include <gtest/gtest.h>
+
+#include <cstdio>
+#include <cstring>
+#include <fstream>
+#include <string>
+
+#include "pkg/vercfg.h"
+#include "rpm_paths.h"
+#include "rpm_vercfg.h"
+
+namespace {
+
+struct Split {
+    uint32_t result;
+    std::string dir;
+    std::string name;
+};
+
+Split split(const char *path, uint32_t nameSize = 128) {
+    char dir[256];
+    char name[128];
+    std::memset(dir, 'X', sizeof(dir));
+    std::memset(name, 'X', sizeof(name));
+    uint32_t result = QAV_SplitPathFileName(path, dir, name, nameSize);
+    return {result, dir, name};
+}
+
+TEST(PkgSplitPath, SplitsAtTheLastSeparatorOfEitherKind) {
+    Split s = split("/a/b/vercfg.xml");
+    EXPECT_EQ(s.result, 1u);
+    EXPECT_EQ(s.dir, "/a/b/");
+    EXPECT_EQ(s.name, "vercfg.xml");
+    s = split("C:\\pkg\\v1\\vercfg.xml");
+    EXPECT_EQ(s.dir, "C:\\pkg\\v1\\");
+    EXPECT_EQ(s.name, "vercfg.xml");
+    s = split("/mixed\\dir/x\\y.xml");
+    EXPECT_EQ(s.dir, "/mixed\\dir/x\\");
+    EXPECT_EQ(s.name, "y.xml");
+}
+
+TEST(PkgSplitPath, BareNamesTrailingSeparatorsAndEmptyPaths) {
+    Split s = split("vercfg.xml");
+    EXPECT_EQ(s.result, 1u);
+    EXPECT_EQ(s.dir, "");
+    EXPECT_EQ(s.name, "vercfg.xml");
+    s = split("/a/b/");
+    EXPECT_EQ(s.dir, "/a/b/");
+    EXPECT_EQ(s.name, "");
+    s = split("\\");
+    EXPECT_EQ(s.dir, "\\");
+    EXPECT_EQ(s.name, "");
+    // The separator at the first character is found: the search runs down to index 0.
+    s = split("/x");
+    EXPECT_EQ(s.dir, "/");
+    EXPECT_EQ(s.name, "x");
+    s = split("");
+    EXPECT_EQ(s.result, 0u);
+    EXPECT_EQ(s.dir, "");
+    EXPECT_EQ(s.name, "");
+    EXPECT_EQ(QAV_SplitPathFileName(nullptr, nullptr, nullptr, 0), 0u);
+}
+
+TEST(PkgSplitPath, ANameTooLongForItsBufferIsDroppedButTheSplitSucceeds) {
+    Split s = split("/dir/abcdefgh", 4);
+    EXPECT_EQ(s.result, 1u);
+    EXPECT_EQ(s.dir, "/dir/");
+    EXPECT_EQ(s.name, "");
+    char name[16];
+    EXPECT_EQ(QAV_SplitPathFileName("/only/name", nullptr, name, sizeof(name)), 1u);
+    EXPECT_STREQ(name, "name");
+}
+
+TEST(PkgDirName, CutsAtTheFirstDot) {
+    char a[] = "vnfc.v1.zip";
+    char b[] = "plain";
+    EXPECT_STREQ(QAV_GetDirName(a), "vnfc");
+    EXPECT_STREQ(QAV_GetDirName(b), "plain");
+}
+
+class PkgFileNodes : public ::testing::Test {
+  protected:
+    std::string path = ::testing::TempDir() + "pkg_vercfg_nodes.xml";
+    void Write(const std::string &body) {
+        std::ofstream(path) << "<?xml version=\"1.0\"?>\n<Product><NeType>NE</NeType><FileList>" << body
+                            << "</FileList></Product>\n";
+    }
+    void TearDown() override { std::remove(path.c_str()); }
+};
+
+TEST_F(PkgFileNodes, RecordFieldsSitAtTheirByteOffsets) {
+    Write("<File TypeCode=\"20\" DestObjType=\"risk\" NodeType=\"61\" Attr=\"0x1234\" "
+          "SHA256=\"ab12\">dir/f.bin</File>"
+          "<File TypeCode=\"2\">g</File>");
+    uint32_t count = 0;
+    ASSERT_EQ(RPM_ParseXmlDstTypeCodeFileNodeNum_HOOK(path.c_str(), RPM_ALL_TYPE_CODE, &count), 0u);
+    EXPECT_EQ(count, 2u);
+    unsigned char raw[2 * 524];
+    auto *nodes = reinterpret_cast<RPM_FILE_NODE_INFO *>(raw);
+    ASSERT_EQ(RPM_ParseXmlAllFileNodeInfo_HOOK(path.c_str(), nodes, 2), 0u);
+    uint32_t word = 0;
+    std::memcpy(&word, raw + 4, 4);
+    EXPECT_EQ(word, 61u);
+    std::memcpy(&word, raw + 8, 4);
+    EXPECT_EQ(word, 0x1234u);
+    EXPECT_STREQ(reinterpret_cast<const char *>(raw + 140), "ab12");
+    EXPECT_STREQ(reinterpret_cast<const char *>(raw + 268), "dir/f.bin");
+    EXPECT_STREQ(reinterpret_cast<const char *>(raw + 524 + 268), "g");
+}
+
+TEST_F(PkgFileNodes, SelectionByTypeCodeAndDestinationAndCapacity) {
+    Write("<File TypeCode=\"20\">a</File><File TypeCode=\"0\" DestObjType=\"x\">b</File><File "
+          "TypeCode=\"20\">c</File>");
+    uint32_t count = 0;
+    ASSERT_EQ(RPM_ParseXmlDstTypeCodeFileNodeNum_HOOK(path.c_str(), 20, &count), 0u);
+    EXPECT_EQ(count, 2u);
+    RPM_FILE_NODE_INFO nodes[2];
+    ASSERT_EQ(RPM_ParseXmlDstTypeCodeFileNodeInfo_HOOK(path.c_str(), 20, nodes, 2), 0u);
+    EXPECT_STREQ(nodes[0].szFileName, "a");
+    EXPECT_STREQ(nodes[1].szFileName, "c");
+    EXPECT_NE(RPM_ParseXmlDstTypeCodeFileNodeInfo_HOOK(path.c_str(), 20, nodes, 1), 0u)
+        << "more nodes than room";
+    ASSERT_EQ(RPM_ParseXmlDstObjTypeFileNodeNum_HOOK(path.c_str(), "x", &count), 0u);
+    EXPECT_EQ(count, 1u);
+    ASSERT_EQ(RPM_ParseXmlDstObjTypeFileNodeInfo_HOOK(path.c_str(), "x", nodes, 1), 0u);
+    EXPECT_STREQ(nodes[0].szFileName, "b");
+}
+
+TEST_F(PkgFileNodes, ElementTextsMustFitTheirBuffers) {
+    Write("");
+    char out[3];
+    EXPECT_EQ(RPM_ParseXmlElementNodeValue_HOOK(path.c_str(), "NeType", out, sizeof(out)), 0u);
+    EXPECT_STREQ(out, "NE");
+    EXPECT_NE(RPM_ParseXmlElementNodeValue_HOOK(path.c_str(), "NeType", out, 2), 0u);
+    EXPECT_NE(RPM_ParseXmlElementNodeValue_HOOK(path.c_str(), "Missing", out, sizeof(out)), 0u);
+    EXPECT_EQ(RPM_ParseXmlElementNodeValueByPath_HOOK(path.c_str(), "Product/NeType", out, sizeof(out)), 0u);
+    EXPECT_NE(RPM_ParseXmlElementNodeValueByPath_HOOK(path.c_str(), "Other/NeType", out, sizeof(out)), 0u);
+}
+
+TEST(PkgPaths, StandardDirectoryForm) {
+    char path[16] = "a\\\\b//c";
+    ASSERT_EQ(RPM_ChgPath2Standad(path, sizeof(path)), 0u);
+    EXPECT_STREQ(path, "a/b/c/");
+    char small[4] = "abc";
+    EXPECT_NE(RPM_ChgPath2Standad(small, sizeof(small)), 0u);
+    EXPECT_EQ(RPMFS_CheckFileName("V1/base/pkg.zip"), 0u);
+    EXPECT_NE(RPMFS_CheckFileName(""), 0u);
+    EXPECT_NE(RPMFS_CheckFileName("a*b"), 0u);
+    EXPECT_NE(RPMFS_CheckFileName(std::string(256, 'a').c_str()), 0u);
+}
+
+} // namespace

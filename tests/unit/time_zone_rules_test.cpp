@@ -1,0 +1,155 @@
+// Daylight-saving conversion swept hour by hour over several years and compared with the C
+// library's own reading of the same rules as POSIX TZ strings.
+#include <gtest/gtest.h>
+
+#include <cstdlib>
+#include <cstring>
+#include <ctime>
+#include <string>
+
+#include "zak_systime.h"
+
+namespace {
+
+struct RuleCase {
+    const char *tz;
+    ZAK_TIME_ZONE zone;
+    ZAK_DST_RULE rule;
+};
+
+ZAK_TIME_ZONE Zone(bool behind, uint8_t hour, uint8_t minute) {
+    ZAK_TIME_ZONE zone{};
+    std::strcpy(zone.szName, "zone");
+    zone.uiOption = behind ? 1 : 0;
+    zone.ucHour = hour;
+    zone.ucMinute = minute;
+    return zone;
+}
+
+ZAK_DST_RULE ByWeekday(uint32_t startMonth, uint32_t startWeek, uint8_t startHour, uint32_t endMonth,
+                       uint32_t endWeek, uint8_t endHour) {
+    ZAK_DST_RULE rule{};
+    rule.uiType = 1;
+    rule.uiDstEnabled = 1;
+    rule.uiStartMonth = startMonth;
+    rule.uiStartWeekNum = startWeek;
+    rule.ucStartHour = startHour;
+    rule.uiEndMonth = endMonth;
+    rule.uiEndWeekNum = endWeek;
+    rule.ucEndHour = endHour;
+    rule.ucOffsetHour = 1;
+    return rule;
+}
+
+class ZoneSweep : public ::testing::TestWithParam<int> {
+  protected:
+    void TearDown() override {
+        unsetenv("TZ");
+        tzset();
+    }
+};
+
+RuleCase Case(int index) {
+    switch (index) {
+    case 0:
+        return {"CET-1CEST,M3.5.0/2,M10.5.0/3", Zone(false, 1, 0), ByWeekday(3, 5, 2, 10, 5, 3)};
+    case 1:
+        return {"EST5EDT,M3.2.0/2,M11.1.0/2", Zone(true, 5, 0), ByWeekday(3, 2, 2, 11, 1, 2)};
+    case 2:
+        return {"AEST-10AEDT,M10.1.0/2,M4.1.0/3", Zone(false, 10, 0), ByWeekday(10, 1, 2, 4, 1, 3)};
+    case 3:
+        return {"NZST-12NZDT,M9.5.0/2,M4.1.0/3", Zone(false, 12, 0), ByWeekday(9, 5, 2, 4, 1, 3)};
+    default: {
+        // Month-day rule with a half-hour zone and a 30-minute daylight offset.
+        ZAK_DST_RULE rule{};
+        rule.uiType = 1;
+        rule.uiDstEnabled = 1;
+        rule.uiRepeatMode = 2;
+        rule.uiStartMonth = 4;
+        rule.uiStartDay = 10;
+        rule.ucStartHour = 1;
+        rule.uiEndMonth = 8;
+        rule.uiEndDay = 20;
+        rule.ucEndHour = 1;
+        rule.ucOffsetMinute = 30;
+        // J100 = 10 April, J232 = 20 August (days counted without 29 February)
+        return {"XST-5:30XDT-6,J100/1,J232/1", Zone(false, 5, 30), rule};
+    }
+    }
+}
+
+TEST_P(ZoneSweep, GmtToLocalMatchesTheCLibraryEveryHalfHourFor2023To2026) {
+    RuleCase c = Case(GetParam());
+    setenv("TZ", c.tz, 1);
+    tzset();
+    const time_t first = 1672531200; // 2023-01-01 00:00:00 GMT
+    const time_t last = 1798761600;  // 2027-01-01 00:00:00 GMT
+    int mismatches = 0;
+    for (time_t t = first; t < last && mismatches < 5; t += 1800) {
+        struct tm g {};
+        gmtime_r(&t, &g);
+        SYS_TIME gmt{static_cast<uint16_t>(g.tm_year + 1900),
+                     static_cast<uint8_t>(g.tm_mon + 1),
+                     static_cast<uint8_t>(g.tm_mday),
+                     static_cast<uint8_t>(g.tm_hour),
+                     static_cast<uint8_t>(g.tm_min),
+                     static_cast<uint8_t>(g.tm_sec),
+                     0,
+                     0};
+        SYS_TIME local{};
+        uint32_t isDst = 9;
+        ASSERT_EQ(ZAK_Gmt2LocalTimeByCfg(&gmt, &c.zone, &c.rule, &local, &isDst), 0u);
+        struct tm l {};
+        localtime_r(&t, &l);
+        bool same = local.year == l.tm_year + 1900 && local.month == l.tm_mon + 1 &&
+                    local.date == l.tm_mday && local.hour == l.tm_hour && local.minute == l.tm_min &&
+                    local.week == l.tm_wday && isDst == static_cast<uint32_t>(l.tm_isdst > 0);
+        if (!same) {
+            ++mismatches;
+            ADD_FAILURE() << c.tz << " at " << t << ": got " << local.year << "-" << +local.month << "-"
+                          << +local.date << " " << +local.hour << ":" << +local.minute << " dst " << isDst;
+        }
+
+        // Back again: the local reading with its own DST flag gives the same moment.
+        SYS_TIME again{};
+        ASSERT_EQ(ZAK_LocalTime2GmtByCfg(&local, isDst, &c.zone, &c.rule, &again), 0u);
+        // year to second: the first seven bytes of the record
+        EXPECT_EQ(std::memcmp(&again, &gmt, 7), 0) << c.tz << " round trip at " << t;
+    }
+}
+
+INSTANTIATE_TEST_SUITE_P(Rules, ZoneSweep, ::testing::Range(0, 5));
+
+TEST(ZoneRecords, PackedLayoutMatchesThePlatformOffsets) {
+    EXPECT_EQ(offsetof(ZAK_TIME_ZONE, uiOption), 33u);
+    EXPECT_EQ(offsetof(ZAK_TIME_ZONE, ucHour), 37u);
+    EXPECT_EQ(offsetof(ZAK_TIME_ZONE, uiLrId), 40u);
+    EXPECT_EQ(offsetof(ZAK_DST_RULE, usStartYear), 39u);
+    EXPECT_EQ(offsetof(ZAK_DST_RULE, ucEndHour), 43u);
+    EXPECT_EQ(offsetof(ZAK_DST_RULE, usEndDateYear), 45u);
+    EXPECT_EQ(offsetof(ZAK_DST_RULE, ucOffsetHour), 49u);
+    EXPECT_EQ(offsetof(ZAK_DST_RULE, uiStartWeekNum), 51u);
+    EXPECT_EQ(offsetof(ZAK_DST_RULE, usFirstYear), 75u);
+    EXPECT_EQ(offsetof(ZAK_DST_RULE, uiDstEnabled), 79u);
+    EXPECT_EQ(offsetof(ZAK_DST_RULE, uiRepeatMode), 95u);
+    EXPECT_EQ(offsetof(ZAK_DST_RULE, stRepeatStart), 99u);
+    EXPECT_EQ(offsetof(ZAK_DST_RULE, stRepeatEnd), 103u);
+}
+
+TEST(RecordArithmetic, RefusesWhatIsNotARealTime) {
+    SYS_TIME leap{2024, 2, 29, 23, 59, 59, 0, 999};
+    SYS_TIME common{2023, 2, 29, 0, 0, 0, 0, 0};
+    uint32_t seconds = 0;
+    EXPECT_EQ(NUK_SystimeCompare(&leap, &common), NUK_SYSTIME_CMP_FAILED);
+    EXPECT_EQ(NUK_SystimeCompare(&leap, nullptr), NUK_SYSTIME_CMP_FAILED);
+    EXPECT_EQ(NUK_SystimeRelSecCal(&leap, &common, &seconds), ZAK_TIME_FAILED);
+    EXPECT_EQ(NUK_SystimeRelDayCal(&leap, &common), 0xFFFFFFFFu);
+    SYS_TIME end{9999, 12, 31, 23, 59, 59, 0, 999};
+    EXPECT_EQ(NUK_SystimeAdd(&end, 1), ZAK_TIME_FAILED);
+    EXPECT_EQ(end.year, 9999) << "a failed add leaves the record";
+    EXPECT_EQ(NUK_SystimeAdd(&leap, 1), 0u);
+    EXPECT_EQ(leap.month, 3);
+    EXPECT_EQ(leap.week, 5); // 1 March 2024 was a Friday
+}
+
+} // namespace
