@@ -1,0 +1,137 @@
+-- Master-key state, key checks, the authentication back-off and the system-password check.
+local T = require "testlib"
+local zh = require "zakhost"
+local m = libqavluacommon
+
+local R = zh.root()
+local KEY = "Master#Key-for-2024-tests"
+
+local function capture(command)
+    local p = assert(io.popen(command))
+    local out = p:read("*a")
+    p:close()
+    return (out:gsub("%s+$", ""))
+end
+
+-- The expected hash text: the first 8 bytes of SHA-256 of the key, upper-case hex.
+local function hash_text(key)
+    local path = R .. "/key_text"
+    local f = assert(io.open(path, "wb"))
+    f:write(key)
+    f:close()
+    local hex = capture("openssl dgst -sha256 -r '" .. path .. "'"):match("^(%x+)")
+    return hex:sub(1, 16):upper()
+end
+
+-- Runs a snippet in a second qavlua process on the same sandbox and returns what it prints.
+local function second_process(code)
+    local path = R .. "/second.lua"
+    local f = assert(io.open(path, "w"))
+    f:write(code)
+    f:close()
+    local qavlua = capture("readlink /proc/$PPID/exe")
+    return capture("'" .. qavlua .. "' --root '" .. R .. "' '" .. path .. "'")
+end
+
+T.case("the default master key", function()
+    zh.profile_set("master_key", "key", nil)
+    T.eq(T.results(m.qav_MK_CurrentKeyIsDefault()), { n = 2, 0, 1 })
+    T.eq(T.results(m.qav_MK_GetMKHashValue()), { n = 2, 0, "0000000000000000" })
+    -- Any input, or none, counts as right while the key is the default.
+    T.eq(T.results(m.qav_MK_CheckInputMkIsRight("whatever")), { n = 2, 0, 1 })
+    T.eq(T.results(m.qav_MK_CheckInputMkIsRight()), { n = 2, 0, 1 })
+    T.eq(T.results(m.qav_MK_CheckHashHit("0000000000000000")), { n = 2, 0, 1 })
+end)
+
+T.case("a configured master key: hash text, hash hits and key matches", function()
+    zh.profile_set("master_key", "key", KEY)
+    local expected = hash_text(KEY)
+    T.eq(T.results(m.qav_MK_CurrentKeyIsDefault()), { n = 2, 0, 0 })
+    T.eq(T.results(m.qav_MK_GetMKHashValue()), { n = 2, 0, expected })
+    T.eq({ m.qav_MK_CheckHashHit(expected) }, { 0, 1 })
+    T.eq({ m.qav_MK_CheckHashHit(expected:lower()) }, { 0, 1 })
+    T.eq({ m.qav_MK_CheckHashHit("0000000000000000") }, { 0, 0 })
+    T.eq({ m.qav_MK_CheckInputMkIsRight(KEY) }, { 0, 1 })
+    T.eq({ m.qav_MK_CheckInputMkIsRight(KEY .. " ") }, { 0, 0 })
+    T.eq({ m.qav_MK_CheckInputMkIsRight({}) }, { 0xFFFFFFFF, 0 })
+    zh.inject("QAV_MK_CheckInputKeyAndMk", 3)
+    T.eq({ m.qav_MK_CheckInputMkIsRight(KEY) }, { 0xFFFFFFFF, 0 })
+end)
+
+T.case("hash texts that are refused push 0xFFFFFFFF alone", function()
+    zh.profile_set("master_key", "key", KEY)
+    local expected = hash_text(KEY)
+    -- Texts of 18 characters and more are refused before the platform sees them.
+    T.eq(T.results(m.qav_MK_CheckHashHit(expected .. "00")), { n = 1, 0xFFFFFFFF })
+    T.eq(m.qav_MK_CheckHashHit("zz" .. expected:sub(3)), 0xFFFFFFFF)
+    T.eq(m.qav_MK_CheckHashHit(expected:sub(1, 15)), 0xFFFFFFFF)
+    T.eq(T.results(m.qav_MK_CheckHashHit()), { n = 1, 0xFFFFFFFF })
+    zh.inject("NUK_CRYPT_CheckHashHit", 5)
+    T.eq(T.results(m.qav_MK_CheckHashHit(expected)), { n = 1, 0xFFFFFFFF })
+    zh.inject("NUK_CRYPT_GetMKHashValue", 5)
+    T.eq(T.results(m.qav_MK_GetMKHashValue()), { n = 1, 0xFFFFFFFF })
+    zh.inject("NUK_CRYPT_HashValueToStr", 5)
+    T.eq(T.results(m.qav_MK_GetMKHashValue()), { n = 1, 0xFFFFFFFF })
+end)
+
+T.case("activation and configuration statuses persist for other processes", function()
+    T.eq(m.qav_MK_CheckMKActiveStatus(), 0)
+    zh.profile_set("master_key", "active", "1")
+    T.eq(m.qav_MK_CheckMKActiveStatus(), 1)
+    T.eq(T.results(m.qav_MK_SetMKActiveStatus()), { n = 1, 0 })
+    T.eq(m.qav_MK_CheckMKActiveStatus(), 0)
+    T.eq(m.qav_MK_GetMKConfigStatus(), 0)
+    T.eq(T.results(m.qav_MK_SetMKConfigStatus(5)), { n = 1, 0 })
+    T.eq(m.qav_MK_GetMKConfigStatus(), 5)
+    T.eq(T.results(m.qav_MK_SetMKConfigStatus()), { n = 1, -1 })
+    T.eq(T.results(m.qav_MK_SetMKConfigStatus(1, 2)), { n = 1, -1 })
+    T.eq(m.qav_MK_GetMKConfigStatus(), 5)
+    zh.inject("QAV_MK_GetActiveStatus", 7)
+    T.eq(m.qav_MK_CheckMKActiveStatus(), 7, "the platform's status passes through")
+    T.eq(second_process("print(libqavluacommon.qav_MK_GetMKConfigStatus(), libqavluacommon.qav_MK_CheckMKActiveStatus())"),
+        "5\t0")
+end)
+
+T.case("the back-off lasts 16 seconds after a failure", function()
+    T.eq(m.qav_MK_CheckAuthenDisabled(), false)
+    -- Moves the run time well away from 0, which means "no failure", whatever clock backs it.
+    zh.clock_advance(100)
+    T.eq(T.results(m.qav_MK_RefreshAuthenFailTime()).n, 0)
+    T.eq(m.qav_MK_CheckAuthenDisabled(), true)
+    zh.clock_advance(15)
+    T.eq(m.qav_MK_CheckAuthenDisabled(), true)
+    zh.clock_advance(1)
+    T.eq(m.qav_MK_CheckAuthenDisabled(), false)
+    -- A new failure starts a new window.
+    m.qav_MK_RefreshAuthenFailTime()
+    T.eq(m.qav_MK_CheckAuthenDisabled(), true)
+    zh.clock_advance(100)
+    T.eq(m.qav_MK_CheckAuthenDisabled(), false)
+end)
+
+T.case("key strength: 20 characters and all four classes", function()
+    T.eq(m.qav_MK_InputKeyIsSecurity("Aa1!Aa1!Aa1!Aa1!Aa1!"), 1)
+    T.eq(m.qav_MK_InputKeyIsSecurity("Aa1!Aa1!Aa1!Aa1!Aa1"), 0, "19 characters")
+    T.eq(m.qav_MK_InputKeyIsSecurity("Aa1Aa1Aa1Aa1Aa1Aa1Aa"), 0, "no punctuation")
+    T.eq(m.qav_MK_InputKeyIsSecurity("aaaaaaaaaaaaaaaaaa1!"), 0, "no upper case")
+    T.eq(m.qav_MK_InputKeyIsSecurity("Aa1 Aa1 Aa1 Aa1 Aa1 "), 0, "a blank is not punctuation")
+    T.eq(m.qav_MK_InputKeyIsSecurity("aaaaaaaaaaaaaaaaaaaaaaaaaaaaaaaa~Z9"), 1, "classes late in a long key")
+    T.eq(m.qav_MK_InputKeyIsSecurity(), 0)
+    T.eq(m.qav_MK_InputKeyIsSecurity({}), 0)
+end)
+
+T.case("system-password check against a given digest or the account's own", function()
+    local _, digest = m.qav_Crypt_Digest("Admin#Pass1")
+    digest = digest:sub(1, 32)
+    T.eq(m.qav_MK_VerifySystemPassword("admin", "Admin#Pass1", digest), 0)
+    T.eq(m.qav_MK_VerifySystemPassword("admin", "Admin#Pass2", digest), 1)
+    T.eq(m.qav_MK_VerifySystemPassword("admin", "Admin#Pass1", ""), 2, "no digest kept for admin yet")
+    zh.profile_set("system_password", "admin", digest)
+    T.eq(m.qav_MK_VerifySystemPassword("admin", "Admin#Pass1", ""), 0)
+    T.eq(m.qav_MK_VerifySystemPassword("admin", "admin#Pass1", ""), 1)
+    T.eq(m.qav_MK_VerifySystemPassword("operator", "Admin#Pass1", ""), 2)
+    T.eq(T.results(m.qav_MK_VerifySystemPassword("admin", "Admin#Pass1")), { n = 1, 0xFFFFFFFF })
+    T.eq(T.results(m.qav_MK_VerifySystemPassword("admin", nil, "")), { n = 1, 0xFFFFFFFF })
+end)
+
+T.run()

@@ -1,0 +1,166 @@
+// No plain text, cipher text or key byte is left in the script functions' buffers when they return:
+// the wipe probe sees every buffer right after its scope ends, on success and failure paths.
+#include <gtest/gtest.h>
+
+#include <cstring>
+#include <string>
+#include <vector>
+
+// The library's headers first: they declare the library's own luaL_checkstring, which the
+// auxiliary library's header would turn into a macro.
+#include "crypt/secret_buffer.h"
+#include "nuk_crypt.h"
+
+extern "C" {
+#include <lauxlib.h>
+}
+
+extern "C" {
+int QAV_DecryptPassword_Enh(lua_State *);
+int QAV_DecryptPassword_EnhExp(lua_State *);
+int QAV_CRYPT_Decrypt(lua_State *);
+int QAV_CRYPT_Decrypt_Enhance(lua_State *);
+int QAV_EncryptPassword_EnhExp(lua_State *);
+int QAV_CRYPT_Encrypt_Enhance_IV(lua_State *);
+int QAV_CRYPT_Decrypt_Ext(lua_State *);
+uint32_t QAV_GetKeyValue(const char *hex, uint8_t *out, uint32_t size);
+}
+
+namespace {
+
+struct Wiped {
+    std::string name;
+    size_t size;
+    bool allZero;
+};
+std::vector<Wiped> g_seen;
+
+void Record(const char *name, const void *data, size_t size) {
+    const auto *bytes = static_cast<const unsigned char *>(data);
+    bool zero = true;
+    for (size_t i = 0; i < size; ++i)
+        zero = zero && bytes[i] == 0;
+    g_seen.push_back({name, size, zero});
+}
+
+class SecretBuffers : public ::testing::Test {
+  protected:
+    void SetUp() override {
+        state_ = luaL_newstate();
+        g_seen.clear();
+        qav::crypt::g_wipeProbe = &Record;
+    }
+    void TearDown() override {
+        qav::crypt::g_wipeProbe = nullptr;
+        lua_close(state_);
+    }
+    // Calls `entry` with the given string arguments (numbers where the text parses as one) and
+    // returns the results as strings.
+    std::vector<std::string> Call(lua_CFunction entry, const std::vector<std::string> &args) {
+        lua_settop(state_, 0);
+        for (const auto &a : args) {
+            char *end = nullptr;
+            long long n = std::strtoll(a.c_str(), &end, 10);
+            if (!a.empty() && *end == '\0')
+                lua_pushinteger(state_, n);
+            else
+                lua_pushlstring(state_, a.data(), a.size());
+        }
+        int count = entry(state_);
+        std::vector<std::string> results;
+        for (int i = lua_gettop(state_) - count + 1; i <= lua_gettop(state_); ++i) {
+            size_t len = 0;
+            const char *text = lua_tolstring(state_, i, &len);
+            results.emplace_back(text != nullptr ? std::string(text, len) : "<nil>");
+        }
+        return results;
+    }
+    // The one buffer of this name the probe saw, which must have been all zeros.
+    void ExpectWiped(const std::string &name, size_t size) {
+        size_t found = 0;
+        for (const auto &w : g_seen) {
+            if (w.name != name) continue;
+            ++found;
+            EXPECT_EQ(w.size, size) << name;
+            EXPECT_TRUE(w.allZero) << name;
+        }
+        EXPECT_EQ(found, 1u) << name;
+    }
+    lua_State *state_ = nullptr;
+};
+
+std::string Encrypt(const std::string &plain, uint32_t algorithm, const char *key) {
+    char out[433] = {};
+    uint8_t iv[16] = {1, 2, 3};
+    EXPECT_EQ(NUK_CRYPT_Encrypt_Sec(plain.c_str(), static_cast<uint32_t>(plain.size()), out, sizeof out,
+                                    algorithm, key, iv),
+              0u);
+    return out;
+}
+
+TEST_F(SecretBuffers, DecryptedPlainTextsAreWipedAfterThePush) {
+    std::string cipher = Encrypt("hunter2", 0, "");
+    EXPECT_EQ(Call(QAV_DecryptPassword_Enh, {cipher}), (std::vector<std::string>{"0", "hunter2"}));
+    ExpectWiped("qav_DecryptPassword_Enh plain", 17);
+    EXPECT_EQ(Call(QAV_DecryptPassword_EnhExp, {cipher}), (std::vector<std::string>{"0", "hunter2"}));
+    ExpectWiped("qav_DecryptPassword_EnhExp plain", 257);
+    EXPECT_EQ(Call(QAV_CRYPT_Decrypt, {cipher, "0", "257", "0"}), (std::vector<std::string>{"0", "hunter2"}));
+    ExpectWiped("qav_CRYPT_Decrypt plain", 257);
+    std::string keyed = Encrypt("hunter3", 2, "k");
+    EXPECT_EQ(Call(QAV_CRYPT_Decrypt_Enhance, {keyed, std::to_string(keyed.size()), "257", "2", "k"}),
+              (std::vector<std::string>{"0", "hunter3"}));
+    ExpectWiped("qav_CRYPT_Decrypt_Enhance plain", 257);
+}
+
+TEST(CipherService, AFailedTagCheckLeavesNoDecryptedBytes) {
+    // The cipher is decrypted into the caller's buffer before the tag is checked; on a wrong key
+    // those bytes must not stay behind.
+    std::string cipher = Encrypt("hunter3 and more", 0, "right");
+    char out[64];
+    std::memset(out, 0xAA, sizeof out);
+    EXPECT_EQ(NUK_CRYPT_Decrypt_Sec(cipher.c_str(), static_cast<uint32_t>(cipher.size()), out, sizeof out, 0,
+                                    "wrong"),
+              static_cast<uint32_t>(NUK_CRYPT_ERR_AUTH));
+    for (size_t i = 0; i <= 16; ++i)
+        EXPECT_EQ(out[i], 0) << i;
+    EXPECT_EQ(static_cast<unsigned char>(out[17]), 0xAA); // nothing beyond the plain text was touched
+}
+
+TEST_F(SecretBuffers, CipherBuffersOfThePasswordFunctionsAreWiped) {
+    auto r = Call(QAV_EncryptPassword_EnhExp, {"pw", "x"});
+    ASSERT_EQ(r.size(), 2u);
+    EXPECT_EQ(NUK_CRYPT_IsCipher(r[1].c_str()), 0u);
+    ExpectWiped("qav_EncryptPassword_EnhExp cipher", 433);
+    r = Call(QAV_CRYPT_Encrypt_Enhance_IV, {"pw", "0", "433", "1", "k", "0123456789abcdef"});
+    ASSERT_EQ(r.size(), 1u);
+    EXPECT_EQ(NUK_CRYPT_IsCipher(r[0].c_str()), 0u);
+    ExpectWiped("qav_CRYPT_Encrypt_Enhance_IV cipher", 433);
+}
+
+TEST_F(SecretBuffers, HexKeyIvCipherAndPlainBuffersAreWiped) {
+    // AES-128-CBC of "abc" under key 00..0f and IV 0, computed once with the openssl command.
+    const std::string key = "000102030405060708090a0b0c0d0e0f";
+    const std::string iv(32, '0');
+    const std::string cipher = "b08b1f809a035064420d1d754022ab55";
+    auto r = Call(QAV_CRYPT_Decrypt_Ext, {"0", key, "32", iv, "32", cipher, "32"});
+    EXPECT_EQ(r, (std::vector<std::string>{"0", "abc"}));
+    for (const char *name :
+         {"qav_CRYPT_Decrypt_Ext key", "qav_CRYPT_Decrypt_Ext iv", "qav_CRYPT_Decrypt_Ext cipher"})
+        ExpectWiped(name, 128);
+    ExpectWiped("qav_CRYPT_Decrypt_Ext plain", 256);
+}
+
+TEST(CryptHexKeys, PairsOddEndsAndLimits) {
+    uint8_t out[4] = {};
+    EXPECT_EQ(QAV_GetKeyValue("0aFf7", out, 4), 0u); // the odd last character is ignored
+    EXPECT_EQ(out[0], 0x0A);
+    EXPECT_EQ(out[1], 0xFF);
+    EXPECT_EQ(out[2], 0x00);
+    EXPECT_EQ(QAV_GetKeyValue("00112233", out, 4), 0u);
+    EXPECT_EQ(out[3], 0x33);
+    EXPECT_EQ(QAV_GetKeyValue("0011223344", out, 4), 1u); // more than 2 * size characters
+    EXPECT_EQ(QAV_GetKeyValue("0g", out, 4), 1u);
+    EXPECT_EQ(QAV_GetKeyValue(nullptr, out, 4), 1u);
+}
+
+} // namespace
