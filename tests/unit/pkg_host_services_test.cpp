@@ -1,5 +1,6 @@
 // The host's command filter, shell and file digest services.
 #include <gtest/gtest.h>
+#include <unistd.h>
 
 #include <cstdio>
 #include <cstring>
@@ -31,7 +32,7 @@ TEST(PkgCommandFilter, SystemReturnsTheExitStatus) {
 
 class PkgDigest : public ::testing::Test {
   protected:
-    std::string path = ::testing::TempDir() + "pkg_digest_input.bin";
+    std::string path = ::testing::TempDir() + "pkg_digest_input." + std::to_string(getpid()) + ".bin";
     void TearDown() override { std::remove(path.c_str()); }
 };
 

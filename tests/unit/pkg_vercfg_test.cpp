@@ -1,5 +1,6 @@
 // Path splitting of the package checks and the file node records the host's vercfg reader fills.
 #include <gtest/gtest.h>
+#include <unistd.h>
 
 #include <cstdio>
 #include <cstring>
@@ -81,7 +82,8 @@ TEST(PkgDirName, CutsAtTheFirstDot) {
 
 class PkgFileNodes : public ::testing::Test {
   protected:
-    std::string path = ::testing::TempDir() + "pkg_vercfg_nodes.xml";
+    // One file per process: ctest runs the tests of this fixture in parallel processes.
+    std::string path = ::testing::TempDir() + "pkg_vercfg_nodes." + std::to_string(getpid()) + ".xml";
     void Write(const std::string &body) {
         std::ofstream(path) << "<?xml version=\"1.0\"?>\n<Product><NeType>NE</NeType><FileList>" << body
                             << "</FileList></Product>\n";
