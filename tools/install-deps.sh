@@ -4,7 +4,7 @@
 # usage: tools/install-deps.sh [LUA_VERSION...]   (default 5.4)
 set -eu
 versions=${*:-5.4}
-packages="cmake make g++ pkg-config libxml2-dev libssl-dev libcrypt-dev libgtest-dev openssl"
+packages="cmake make g++ pkg-config libxml2-dev libssl-dev libcrypt-dev libgtest-dev openssl bubblewrap"
 for v in $versions; do packages="$packages liblua$v-dev lua$v"; done
 missing=""
 for p in $packages; do

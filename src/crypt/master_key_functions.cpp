@@ -9,9 +9,8 @@
 #include "os_env.h"
 #include "qav_mk.h"
 #include "securec.h"
+#include "zak_systime.h"
 
-// The CPU run time service is optional on some platforms; without it the uptime clock stands in.
-extern "C" uint32_t ZAK_GetCPURunTime(uint32_t *seconds, uint32_t *rest) __attribute__((weak));
 
 extern "C" {
 // Seconds of CPU run time at the last failed authentication; 0 when there was none.
@@ -28,13 +27,8 @@ constexpr const char kDefaultHashText[] = "0000000000000000";
 
 uint32_t CpuRunTimeSeconds() {
     uint32_t seconds = 0, rest = 0;
-    if (ZAK_GetCPURunTime != nullptr) {
-        (void)ZAK_GetCPURunTime(&seconds, &rest);
-        return seconds;
-    }
-    struct timespec now = {};
-    if (ZAK_OsClockGetTime(CLOCK_BOOTTIME, &now) != 0) return 0;
-    return static_cast<uint32_t>(now.tv_sec);
+    (void)ZAK_GetCPURunTime(&seconds, &rest);
+    return seconds;
 }
 
 // Digit, lower, upper, punctuation: one bit each.

@@ -27,7 +27,7 @@ bool IsSeparator(char c) {
 extern "C" {
 
 // The credentials area's digest function, which "qav_SHA_Digest" also names.
-int QAV_DESLUA_EncryptSystemPassword(lua_State *state) __attribute__((weak));
+int QAV_DESLUA_EncryptSystemPassword(lua_State *state);
 
 uint32_t QAV_SplitPathFileName(const char *path, char *dir, char *name, uint32_t nameSize) {
     if (dir != nullptr) dir[0] = '\0';
@@ -216,8 +216,6 @@ QAV_ENTRY_FUNCTION QAV_GetFileSha256Sum(lua_State *state) {
 }
 
 QAV_ENTRY_FUNCTION QAV_SHA_Digest(lua_State *state) {
-    // Without the credentials area in the build there is nothing to forward to.
-    if (QAV_DESLUA_EncryptSystemPassword == nullptr) return qav::ReturnUInt(state, qav::kInvalidCall);
     return QAV_DESLUA_EncryptSystemPassword(state);
 }
 

@@ -96,12 +96,14 @@ uint32_t ZAK_GetUptimeSec(uint32_t *high, uint32_t *low) {
     return 0;
 }
 
+// How long the CPU has been running: the time since boot, which keeps counting across processes
+// (a process-CPU clock would read almost 0 in a fresh script process).
 uint32_t ZAK_GetCPURunTime(uint32_t *seconds, uint32_t *microseconds) {
     uint32_t status = 0;
     if (Failing("ZAK_GetCPURunTime", &status)) return status;
     if (seconds == nullptr || microseconds == nullptr) return ZAK_TIME_FAILED;
     struct timespec now {};
-    if (ReadClock(CLOCK_PROCESS_CPUTIME_ID, &now) != 0) return ZAK_TIME_FAILED;
+    if (ReadClock(CLOCK_BOOTTIME, &now) != 0) return ZAK_TIME_FAILED;
     *seconds = static_cast<uint32_t>(now.tv_sec);
     *microseconds = static_cast<uint32_t>(now.tv_nsec / 1000);
     return 0;
