@@ -1,6 +1,7 @@
 // The open function: prepares the process-wide objects once, under the platform's shared
 // initialisation mutex, and registers the script functions for every script state.
-#include <cstring>
+#include <algorithm>
+#include <iterator>
 
 #include "binding/registry.h"
 #include "binding/script_frame.h"
@@ -19,14 +20,9 @@ void CreateOnce(uint32_t *mutex) {
 } // namespace
 
 extern "C" __attribute__((visibility("default"))) int luaopen_libqavluacommon(lua_State *state) {
-    // The engine reads the registry during Script_OpenLib only; it gets a private copy. Entries
-    // of areas outside this build (null function) are left out of the copy.
+    // The engine reads the registry during Script_OpenLib only; it gets a private copy.
     SCRIPT_REG_ENTRY registry[qav::kRegistryEntries + 1];
-    size_t used = 0;
-    for (size_t i = 0; i < qav::kRegistryEntries; ++i) {
-        if (qav::kRegistry[i].func != nullptr) registry[used++] = qav::kRegistry[i];
-    }
-    registry[used] = {nullptr, nullptr};
+    std::copy(std::begin(qav::kRegistry), std::end(qav::kRegistry), registry);
 
     if (NUK_MutexLock(g_pLuaInitMutex) != 0) return 1;
     (void)QAV_LuaAssignPortID_Init();

@@ -1,9 +1,7 @@
-// The registry lists all script functions in their registration order. The library is built area
-// by area, so each entry function is referenced weakly: an area not yet part of the build leaves
-// its entries with a null function, which the open function leaves out of the module table.
+// The registry lists all script functions in their registration order.
 #include "binding/registry.h"
 
-#define QAV_ENTRY(name, function) extern "C" int function(lua_State *) __attribute__((weak));
+#define QAV_ENTRY(name, function) extern "C" int function(lua_State *);
 #include "binding/registry.def"
 #undef QAV_ENTRY
 

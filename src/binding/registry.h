@@ -7,7 +7,6 @@
 
 namespace qav {
 inline constexpr size_t kRegistryEntries = 309;
-// kRegistryEntries entries and the terminator. An entry whose function is not part of this
-// build has a null function (see registry.cpp).
+// kRegistryEntries entries and the terminator.
 extern const SCRIPT_REG_ENTRY kRegistry[kRegistryEntries + 1];
 } // namespace qav
