@@ -1,0 +1,111 @@
+// The registry against the reference table kept in tests/data/registry_table.tsv: every position,
+// script name and entry function, both in the constant registry and in the module table a script
+// state receives.
+#include <dlfcn.h>
+#include <gtest/gtest.h>
+
+#include <fstream>
+#include <map>
+#include <sstream>
+#include <string>
+#include <vector>
+
+extern "C" {
+#include <lauxlib.h>
+#include <lualib.h>
+int luaopen_libqavluacommon(lua_State *state);
+}
+
+#include "binding/registry.h"
+
+namespace {
+
+struct Row {
+    size_t position;
+    std::string script;
+    std::string function;
+};
+
+// Reads "position<TAB>script name<TAB>entry function" lines; '#' starts a comment line.
+std::vector<Row> ReadTable(const std::string &path, std::string *error) {
+    std::vector<Row> rows;
+    std::ifstream in(path);
+    if (!in) {
+        *error = "cannot open " + path;
+        return rows;
+    }
+    std::string line;
+    while (std::getline(in, line)) {
+        if (line.empty() || line[0] == '#') continue;
+        std::istringstream fields(line);
+        std::string position, script, function, extra;
+        if (!std::getline(fields, position, '\t') || !std::getline(fields, script, '\t') ||
+            !std::getline(fields, function, '\t') || std::getline(fields, extra, '\t')) {
+            *error = "malformed line: " + line;
+            return {};
+        }
+        rows.push_back({std::stoul(position), script, function});
+    }
+    return rows;
+}
+
+class RegistryTable : public ::testing::Test {
+  protected:
+    void SetUp() override {
+        std::string error;
+        rows_ = ReadTable(std::string(QAV_TEST_DATA_DIR) + "/registry_table.tsv", &error);
+        ASSERT_TRUE(error.empty()) << error;
+        ASSERT_EQ(rows_.size(), qav::kRegistryEntries);
+    }
+    std::vector<Row> rows_;
+};
+
+TEST_F(RegistryTable, EveryPositionHasTheTablesNameAndFunction) {
+    for (size_t i = 0; i < rows_.size(); ++i) {
+        const Row &row = rows_[i];
+        ASSERT_EQ(row.position, i + 1) << "reference table out of order at line " << i + 1;
+        const SCRIPT_REG_ENTRY &entry = qav::kRegistry[i];
+        ASSERT_NE(entry.name, nullptr) << row.position;
+        EXPECT_EQ(row.script, entry.name) << "position " << row.position;
+        void *symbol = dlsym(RTLD_DEFAULT, row.function.c_str());
+        ASSERT_NE(symbol, nullptr) << row.function << " is not exported";
+        EXPECT_EQ(reinterpret_cast<void *>(entry.func), symbol)
+            << "position " << row.position << " (" << row.script << ") should call " << row.function;
+    }
+    EXPECT_EQ(qav::kRegistry[qav::kRegistryEntries].name, nullptr);
+    EXPECT_EQ(qav::kRegistry[qav::kRegistryEntries].func, nullptr);
+}
+
+// What a script sees: each name of the table resolves to its entry function; a name listed twice
+// maps to the same function both times, so the later registration changes nothing.
+TEST_F(RegistryTable, ModuleTableResolvesEveryNameToItsFunction) {
+    std::map<std::string, std::string> byName;
+    for (const Row &row : rows_) {
+        auto [it, inserted] = byName.emplace(row.script, row.function);
+        EXPECT_TRUE(inserted || it->second == row.function) << row.script << " listed with two functions";
+    }
+    EXPECT_EQ(byName.size(), 306u);
+
+    lua_State *L = luaL_newstate();
+    luaL_openlibs(L);
+    luaL_requiref(L, "libqavluacommon", luaopen_libqavluacommon, 1);
+    ASSERT_TRUE(lua_istable(L, -1));
+    size_t fields = 0;
+    lua_pushnil(L);
+    while (lua_next(L, -2) != 0) {
+        ++fields;
+        lua_pop(L, 1);
+    }
+    EXPECT_EQ(fields, byName.size()) << "the module table holds names the reference table lacks";
+    for (const auto &[script, function] : byName) {
+        // The engine wraps each entry in its dispatcher; the entry function is its first upvalue.
+        lua_getfield(L, -1, script.c_str());
+        ASSERT_TRUE(lua_iscfunction(L, -1)) << script;
+        ASSERT_NE(lua_getupvalue(L, -1, 1), nullptr) << script;
+        EXPECT_EQ(lua_touserdata(L, -1), dlsym(RTLD_DEFAULT, function.c_str())) << script;
+        lua_pop(L, 2);
+    }
+    lua_close(L);
+}
+
+} // namespace
