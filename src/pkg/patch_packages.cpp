@@ -312,6 +312,8 @@ QAV_ENTRY_FUNCTION l_issu_log(lua_State *state) {
         return 1;
     }
     RPM_IssuLogToFile(qav::kUpgradeLogId, level, "%s", text);
+    // No result: the placeholder goes too, so nothing is left above the arguments.
+    lua_settop(state, -2);
     return 0;
 }
 

@@ -85,7 +85,15 @@ const char *SYSDT_SPTI_ToLString(lua_State *state, int32_t index, uint32_t *leng
     return text;
 }
 
+// Every push first makes room: a C function is only promised LUA_MINSTACK free slots, and entry
+// functions that leave read values on the stack (or push long result lists) may need more. Without
+// room (the interpreter's stack limit) the push is dropped rather than written past the stack.
+static bool room(lua_State *state) {
+    return lua_checkstack(state, 2) != 0;
+}
+
 void SYSDT_SPTI_PushInt(lua_State *state, int32_t value) {
+    if (!room(state)) return;
 #if LUA_VERSION_NUM >= 503
     lua_pushinteger(state, value);
 #else
@@ -94,6 +102,7 @@ void SYSDT_SPTI_PushInt(lua_State *state, int32_t value) {
 }
 
 void SYSDT_SPTI_PushUInt(lua_State *state, uint32_t value) {
+    if (!room(state)) return;
 #if LUA_VERSION_NUM >= 503
     lua_pushinteger(state, static_cast<lua_Integer>(value));
 #else
@@ -102,13 +111,16 @@ void SYSDT_SPTI_PushUInt(lua_State *state, uint32_t value) {
 }
 
 void SYSDT_SPTI_PushBool(lua_State *state, int32_t value) {
+    if (!room(state)) return;
     lua_pushboolean(state, value != 0);
 }
 void SYSDT_SPTI_PushNil(lua_State *state) {
+    if (!room(state)) return;
     lua_pushnil(state);
 }
 
 void SYSDT_SPTI_PushString(lua_State *state, const char *text, uint32_t bound) {
+    if (!room(state)) return;
     if (text == nullptr) {
         lua_pushnil(state);
         return;
@@ -117,6 +129,7 @@ void SYSDT_SPTI_PushString(lua_State *state, const char *text, uint32_t bound) {
 }
 
 void SYSDT_SPTI_PushLString(lua_State *state, const char *bytes, uint32_t length) {
+    if (!room(state)) return;
     if (bytes == nullptr) {
         lua_pushnil(state);
         return;
@@ -125,12 +138,17 @@ void SYSDT_SPTI_PushLString(lua_State *state, const char *bytes, uint32_t length
 }
 
 void SYSDT_SPTI_CreateTable(lua_State *state, int32_t arraySize, int32_t recordSize) {
+    if (!room(state)) return;
     lua_createtable(state, arraySize > 0 ? arraySize : 0, recordSize > 0 ? recordSize : 0);
 }
 
 // Table stores and loads are raw: a script's metatable cannot run code or raise inside an entry
 // function.
 void SYSDT_SPTI_SetField(lua_State *state, int32_t tableIndex, const char *key) {
+    if (!room(state)) {
+        lua_pop(state, 1);
+        return;
+    }
     int table = lua_absindex(state, tableIndex);
     if (!lua_istable(state, table)) {
         lua_pop(state, 1);
@@ -153,6 +171,7 @@ void SYSDT_SPTI_SetTable(lua_State *state, int32_t tableIndex) {
 }
 
 void SYSDT_SPTI_GetField(lua_State *state, int32_t tableIndex, const char *key) {
+    if (!room(state)) return;
     int table = lua_absindex(state, tableIndex);
     if (!lua_istable(state, table)) {
         lua_pushnil(state);
