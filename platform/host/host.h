@@ -80,6 +80,13 @@ struct Json {
     std::string text;
     std::vector<Json> items;                          // Array
     std::vector<std::pair<std::string, Json>> fields; // Object, in insertion order
+    // Defined where Json is complete: the member vectors hold Json itself.
+    Json();
+    Json(const Json &);
+    Json(Json &&) noexcept;
+    Json &operator=(const Json &);
+    Json &operator=(Json &&) noexcept;
+    ~Json();
     static Json of(bool v);
     static Json of(double v);
     static Json of(int64_t v);

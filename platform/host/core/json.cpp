@@ -6,6 +6,13 @@
 
 namespace zakhost {
 
+Json::Json() = default;
+Json::Json(const Json &) = default;
+Json::Json(Json &&) noexcept = default;
+Json &Json::operator=(const Json &) = default;
+Json &Json::operator=(Json &&) noexcept = default;
+Json::~Json() = default;
+
 Json Json::of(bool v) {
     Json j;
     j.kind = Kind::Bool;

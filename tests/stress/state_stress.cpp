@@ -1,0 +1,378 @@
+// Load: 16 script states on 8 threads run a mixed workload for a bounded time, then the shared
+// state is checked. Each round of a state takes one of the record-table named locks and sets and
+// reads back its table under it, assigns ports on its own OS node and on one shared node, takes
+// and releases the upgrade lock (read with its own VM, now and then write), and builds, copies and
+// removes a small tree with the file engine and the script file handles in its own directory.
+//
+// Invariants checked: no two holders of a named lock or of incompatible upgrade locks at once;
+// a table read under its lock is exactly what was set (no lost or torn records); a plain counter
+// kept under each named lock loses no update; every state's own port sequence is unbroken and the
+// shared node's cursor advanced once per assignment; no descriptor is left in the platform's leak
+// register; every tree is gone and the upgrade lock is idle at the end.
+//
+// usage: state_stress [seconds]   (default 2; kept below the named locks' 5 s wait slice, so a
+//                                  slow waiter is never taken for an abandoned holder)
+#include <sys/stat.h>
+#include <unistd.h>
+
+#include <atomic>
+#include <chrono>
+#include <cstdio>
+#include <cstdlib>
+#include <cstring>
+#include <map>
+#include <mutex>
+#include <string>
+#include <thread>
+#include <vector>
+
+extern "C" {
+#include <lauxlib.h>
+#include <lualib.h>
+int luaopen_libqavluacommon(lua_State *state);
+}
+
+#include "host.h"
+
+namespace {
+
+constexpr int kStates = 16;
+constexpr int kThreads = 8;
+constexpr int kNamedLocks = 3;
+
+std::atomic<bool> g_done{false};
+std::atomic<int> g_violations{0};
+
+void Violation(const std::string &what) {
+    std::fprintf(stderr, "violation: %s\n", what.c_str());
+    ++g_violations;
+}
+
+// Occupancy of the named locks: an atomic holder count, and a plain counter that only the holder
+// touches (a lock that admits two holders, or gives no ordering, loses updates or is reported by
+// ThreadSanitizer).
+struct LockSlot {
+    std::atomic<int> holders{0};
+    long guarded = 0;
+    std::atomic<long> entries{0};
+};
+LockSlot g_locks[kNamedLocks + 1];
+
+// Holders of the upgrade lock as the scripts see them: counted after a successful take and
+// uncounted before the release, so they are never more than the real holders.
+std::mutex g_upgradeMutex;
+int g_writers = 0;
+int g_readers = 0;
+
+int Enter(lua_State *L) {
+    auto k = static_cast<int>(luaL_checkinteger(L, 1));
+    if (k < 1 || k > kNamedLocks) return luaL_error(L, "no lock %d", k);
+    LockSlot &slot = g_locks[k];
+    if (slot.holders.fetch_add(1) != 0) Violation("two holders of named lock " + std::to_string(k));
+    ++slot.guarded;
+    ++slot.entries;
+    std::this_thread::yield();
+    return 0;
+}
+
+int Leave(lua_State *L) {
+    auto k = static_cast<int>(luaL_checkinteger(L, 1));
+    if (k < 1 || k > kNamedLocks) return luaL_error(L, "no lock %d", k);
+    g_locks[k].holders.fetch_sub(1);
+    return 0;
+}
+
+// stress.upgrade(role, delta): role "w" or "r", delta +1 after a take, -1 before a release.
+int Upgrade(lua_State *L) {
+    bool writer = std::strcmp(luaL_checkstring(L, 1), "w") == 0;
+    auto delta = static_cast<int>(luaL_checkinteger(L, 2));
+    std::lock_guard guard(g_upgradeMutex);
+    (writer ? g_writers : g_readers) += delta;
+    if (g_writers > 1 || (g_writers > 0 && g_readers > 0))
+        Violation("upgrade lock held by " + std::to_string(g_writers) + " writers and " +
+                  std::to_string(g_readers) + " readers");
+    return 0;
+}
+
+int Done(lua_State *L) {
+    lua_pushboolean(L, g_done.load());
+    return 1;
+}
+
+const char *const kWorkload = R"lua(
+local m, h, i = libqavluacommon, stress, STRESS_INDEX
+local ops = { rounds = 0, locks = 0, records = 0, ports = 0, shared_ports = 0, upgrade_reads = 0,
+              upgrade_writes = 0, upgrade_refused = 0, files = 0 }
+STRESS_OPS = ops
+local dir = string.format("stress/s%02d", i)
+local vm = string.format("vmA%02d", i)
+local node = 0x100 + i
+local nextPort = 41004
+local RECURSIVE, FORCE = 0x2, 0x8
+
+local tables = {
+    { lock = m.qav_luaPatchErrTblLock, unlock = m.qav_luaPatchErrTblUnlock,
+      set = m.qav_set_patch_errinfo, query = m.qav_query_patch_errinfo, items = 5, texts = { [3] = true } },
+    { lock = m.qav_luaFlhSyncTblLock, unlock = m.qav_luaFlhSyncTblUnlock,
+      set = m.qav_set_flh_syncinfo, query = m.qav_query_flh_syncinfo, items = 8,
+      texts = { [4] = true, [5] = true, [6] = true, [7] = true } },
+    { lock = m.qav_luaLoadPatchTblLock, unlock = m.qav_luaLoadPatchTblUnlock,
+      set = m.qav_set_load_patchinfo, query = m.qav_query_load_patchinfo, items = 6, texts = { [4] = true } },
+}
+
+local function groups(t, n, k)
+    local out = {}
+    for g = 1, n do
+        local items = {}
+        for j = 1, t.items do
+            items[j] = { fid = 1000 + j, value = t.texts[j] and ("s" .. i .. "." .. k .. "." .. g)
+                                                 or (i * 100000 + (k % 1000) * 10 + g) }
+        end
+        out[g] = items
+    end
+    return out
+end
+
+local function same(a, b)
+    if type(a) ~= type(b) then return false end
+    if type(a) ~= "table" then return a == b end
+    for key, v in pairs(a) do if not same(v, b[key]) then return false end end
+    for key in pairs(b) do if a[key] == nil then return false end end
+    return true
+end
+
+local function check(cond, what) if not cond then error("state " .. i .. ": " .. what, 2) end end
+
+local function read_file(path)
+    local f = io.open(path, "rb"); if not f then return nil end
+    local d = f:read("*a"); f:close(); return d
+end
+
+function round()
+    local k = ops.rounds + 1
+    ops.rounds = k
+
+    -- A record table under its named lock.
+    local which = k % #tables + 1
+    local t = tables[which]
+    check(t.lock() == 0, "named lock " .. which)
+    h.enter(which)
+    local data = groups(t, 1 + k % 3, k)
+    check(t.set(#data, data) == 0, "set table " .. which)
+    local s, got = t.query()
+    check(s == 0 and same(got, data), "table " .. which .. " lost or mixed records")
+    h.leave(which)
+    check(t.unlock() == 0, "named unlock " .. which)
+    ops.locks = ops.locks + 1
+    ops.records = ops.records + #data
+
+    -- Ports: this state's own node, then the node every state shares.
+    local st, port = m.qav_luaAssignPortID(node)
+    check(st == 0 and port == nextPort, "own port " .. tostring(port) .. " instead of " .. nextPort)
+    nextPort = nextPort == 41128 and 41004 or nextPort + 1
+    ops.ports = ops.ports + 1
+    st = m.qav_luaAssignPortID(0x777)
+    check(st == 0, "shared port")
+    ops.shared_ports = ops.shared_ports + 1
+
+    -- The upgrade lock: a read lock on this state's VM, every eighth round a write lock.
+    if k % 8 == 0 then
+        local r = m.qav_Lock(600, 1, "")
+        if r == 0 then
+            h.upgrade("w", 1); h.upgrade("w", -1)
+            check(m.qav_UnLock(1, "") == 0, "write unlock")
+            ops.upgrade_writes = ops.upgrade_writes + 1
+        else
+            check(r == 2, "write lock gave " .. tostring(r))
+            ops.upgrade_refused = ops.upgrade_refused + 1
+        end
+    else
+        local r = m.qav_Lock(600, 2, vm)
+        if r == 0 then
+            h.upgrade("r", 1); h.upgrade("r", -1)
+            check(m.qav_UnLock(2, vm) == 0, "read unlock")
+            ops.upgrade_reads = ops.upgrade_reads + 1
+        else
+            check(r == 2, "read lock gave " .. tostring(r))
+            ops.upgrade_refused = ops.upgrade_refused + 1
+        end
+    end
+
+    -- The file engine and the script file handles, in this state's own directory.
+    local d = dir .. "/r" .. k
+    check(m.luafs_mkdir(d .. "/sub", -1, RECURSIVE) == 0, "mkdir " .. d)
+    local fd, handle = m.qav_spt_fopen(0, d .. "/sub/f.txt", "w")
+    check(fd >= 0, "fopen gave " .. tostring(fd))
+    local payload = "payload " .. i .. "." .. k
+    check(m.qav_spt_fwrite(handle, fd, payload) == #payload, "fwrite")
+    m.qav_spt_fclose(handle, fd)
+    -- (File copies only: a directory copied once stays in the engine's seen-directory table for
+    -- the life of the process, and a later directory reusing its inode would be refused.)
+    check(m.luafs_cp(d .. "/sub/f.txt", d .. "/f.copy", 0) == 0, "cp in " .. d)
+    check(read_file(d .. "/f.copy") == payload, "copy in " .. d .. " differs")
+    check(m.luafs_mv(d .. "/f.copy", d .. "/sub/g.txt", 0) == 0, "mv in " .. d)
+    check(m.luafs_rm(d, RECURSIVE + FORCE) == 0, "rm " .. d)
+    ops.files = ops.files + 1
+end
+)lua";
+
+lua_State *NewState(int index) {
+    lua_State *L = luaL_newstate();
+    luaL_openlibs(L);
+    luaL_requiref(L, "libqavluacommon", luaopen_libqavluacommon, 1);
+    lua_pop(L, 1);
+    const luaL_Reg hooks[] = {
+        {"enter", Enter}, {"leave", Leave}, {"upgrade", Upgrade}, {"done", Done}, {nullptr, nullptr}};
+    luaL_newlib(L, hooks);
+    lua_setglobal(L, "stress");
+    lua_pushinteger(L, index);
+    lua_setglobal(L, "STRESS_INDEX");
+    if (luaL_dostring(L, kWorkload) != LUA_OK) {
+        std::fprintf(stderr, "workload: %s\n", lua_tostring(L, -1));
+        std::exit(2);
+    }
+    return L;
+}
+
+// Runs round() once; false after an error (reported).
+bool Round(lua_State *L) {
+    lua_getglobal(L, "round");
+    if (lua_pcall(L, 0, 0, 0) == LUA_OK) return true;
+    Violation(lua_tostring(L, -1) != nullptr ? lua_tostring(L, -1) : "round failed");
+    lua_pop(L, 1);
+    return false;
+}
+
+long Counter(lua_State *L, const char *name) {
+    lua_getglobal(L, "STRESS_OPS");
+    lua_getfield(L, -1, name);
+    long value = static_cast<long>(lua_tointeger(L, -1));
+    lua_pop(L, 2);
+    return value;
+}
+
+// Calls a function of the module in state L and leaves its first result on the stack.
+void CallFirst(lua_State *L, const char *chunk) {
+    if (luaL_dostring(L, chunk) != LUA_OK) {
+        Violation(std::string(chunk) + ": " + lua_tostring(L, -1));
+        lua_pop(L, 1);
+        lua_pushnil(L);
+    }
+}
+
+lua_CFunction ControlFunction(const char *name) {
+    for (const auto &[n, f] : zakhost::control_functions())
+        if (std::strcmp(n, name) == 0) return f;
+    return nullptr;
+}
+
+} // namespace
+
+int main(int argc, char **argv) {
+    double seconds = argc > 1 ? std::atof(argv[1]) : 2.0;
+    if (seconds <= 0 || seconds > 4.5) {
+        std::fprintf(stderr, "usage: state_stress [seconds], at most 4.5\n");
+        return 2;
+    }
+    char root[] = "/tmp/qavstress.XXXXXX";
+    if (mkdtemp(root) == nullptr) return 2;
+    setenv("ZAKHOST_ROOT", root, 1);
+    unsetenv("ZAKHOST_LOG_DIR");
+    zakhost::reset_environment();
+    std::string error = zakhost::init_sandbox(root);
+    std::string work = std::string(root) + "/zakv8/main/bin";
+    if (!error.empty() || chdir(work.c_str()) != 0 || mkdir("stress", 0755) != 0) {
+        std::fprintf(stderr, "sandbox: %s\n", error.c_str());
+        return 2;
+    }
+
+    std::vector<lua_State *> states;
+    for (int i = 0; i < kStates; ++i)
+        states.push_back(NewState(i + 1));
+    CallFirst(states[0], "return libqavluacommon.qav_luaTblInit()");
+    if (lua_tointeger(states[0], -1) != 0) Violation("qav_luaTblInit failed");
+    lua_pop(states[0], 1);
+
+    std::vector<std::thread> threads;
+    for (int t = 0; t < kThreads; ++t) {
+        threads.emplace_back([&states, t] {
+            lua_State *mine[] = {states[2 * t], states[2 * t + 1]};
+            bool ok = true;
+            while (ok && !g_done.load()) {
+                for (lua_State *L : mine)
+                    ok = ok && Round(L);
+            }
+        });
+    }
+    std::this_thread::sleep_for(std::chrono::duration<double>(seconds));
+    g_done = true;
+    for (auto &t : threads)
+        t.join();
+
+    // Totals and the end-state invariants.
+    std::map<std::string, long> totals;
+    const char *const names[] = {"rounds",         "locks",           "records",
+                                 "ports",          "shared_ports",    "upgrade_reads",
+                                 "upgrade_writes", "upgrade_refused", "files"};
+    for (lua_State *L : states)
+        for (const char *name : names)
+            totals[name] += Counter(L, name);
+
+    long lockEntries = 0;
+    for (int k = 1; k <= kNamedLocks; ++k) {
+        if (g_locks[k].guarded != g_locks[k].entries.load())
+            Violation("named lock " + std::to_string(k) +
+                      " lost updates: " + std::to_string(g_locks[k].guarded) + " of " +
+                      std::to_string(g_locks[k].entries.load()));
+        lockEntries += g_locks[k].entries.load();
+    }
+    if (lockEntries != totals["locks"]) Violation("lock entries and rounds disagree");
+
+    // The shared node's cursor moved once per assignment: the next port follows from the total.
+    lua_State *L = states[0];
+    CallFirst(L, "local s, p = libqavluacommon.qav_luaAssignPortID(0x777) return p");
+    long expected = 41004 + totals["shared_ports"] % 125;
+    if (lua_tointeger(L, -1) != expected)
+        Violation("shared node's next port " + std::to_string(lua_tointeger(L, -1)) + ", expected " +
+                  std::to_string(expected));
+    lua_pop(L, 1);
+
+    CallFirst(L, "return libqavluacommon.qav_IsLocked()");
+    if (lua_toboolean(L, -1)) Violation("upgrade lock still held at the end");
+    lua_pop(L, 1);
+
+    if (lua_CFunction leaks = ControlFunction("fd_leaks")) {
+        lua_pushboolean(L, 1);
+        lua_pushcfunction(L, leaks);
+        lua_insert(L, -2);
+        lua_call(L, 1, 1);
+        if (lua_rawlen(L, -1) != 0) Violation(std::to_string(lua_rawlen(L, -1)) + " descriptors left open");
+        lua_pop(L, 1);
+    } else {
+        Violation("the platform has no descriptor register");
+    }
+
+    for (int i = 1; i <= kStates; ++i) {
+        char path[64];
+        std::snprintf(path, sizeof path, "stress/s%02d", i);
+        struct stat st {};
+        if (stat(path, &st) == 0 && rmdir(path) != 0) Violation(std::string(path) + " not empty at the end");
+    }
+
+    for (lua_State *s : states)
+        lua_close(s);
+    std::printf("%d states on %d threads for %.1f s:", kStates, kThreads, seconds);
+    for (const char *name : names)
+        std::printf(" %s=%ld", name, totals[name]);
+    std::printf("\n");
+    if (chdir("/") == 0) {
+        std::string command = std::string("rm -rf ") + root;
+        (void)std::system(command.c_str());
+    }
+    if (g_violations != 0) {
+        std::printf("%d violations\n", g_violations.load());
+        return 1;
+    }
+    std::printf("invariants hold\n");
+    return 0;
+}
