@@ -15,6 +15,9 @@
 #include "securec.h"
 #include "zak_device.h"
 
+// The platform fills the hardware record in place: 40 bytes on every target.
+static_assert(sizeof(ZAK_HARD_INFO) == 40);
+
 namespace qav {
 
 void FillProcessRequest(ProcessRequest *request, const char *name, uint32_t instanceId, const char *path,

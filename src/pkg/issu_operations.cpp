@@ -5,6 +5,7 @@
 #include <sys/stat.h>
 
 #include <cerrno>
+#include <cstdint>
 #include <cstring>
 
 #include "binding/script_frame.h"
@@ -85,6 +86,10 @@ struct QAV_ISSU_OPER_PROC {
     uint32_t uiArgNum;
     QAV_ISSU_OPER_FUNC pfnProc;
 };
+#if UINTPTR_MAX == 0xFFFFFFFF
+// The exported table keeps the device's layout: three words a row.
+static_assert(sizeof(QAV_ISSU_OPER_PROC) == 12);
+#endif
 
 int QAV_ProcIssuGetPkgInfo(lua_State *state);
 int QAV_ProcIssuGetNEType(lua_State *state);

@@ -4,6 +4,13 @@
 
 #include "binding/script_frame.h"
 
+#if UINTPTR_MAX == 0xFFFFFFFF
+// The device's layout: a node is its two links and two words; the table is 4096 list heads and
+// the mutex word.
+static_assert(sizeof(OsNodeIndex) == 16);
+static_assert(sizeof(QavAssignPortTable) == 4096 * 8 + 4);
+#endif
+
 namespace {
 
 constexpr uint32_t kLogModule = 0x811101F;

@@ -11,6 +11,11 @@
 #include "securec.h"
 #include "state/dropped_memory.h"
 
+#if UINTPTR_MAX == 0xFFFFFFFF
+// The exported record keeps the device's layout: three words and the list (two links, a count).
+static_assert(sizeof(QavUpgradeLock) == 24);
+#endif
+
 extern "C" {
 QavUpgradeLock g_stUpgradeLock;
 QavUpgradeLock *pstUpgradeLock = nullptr;

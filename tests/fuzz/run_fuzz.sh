@@ -1,0 +1,41 @@
+#!/usr/bin/env bash
+# A time-boxed libFuzzer run of the call-anything harness, started from the seed corpus.
+#   tests/fuzz/run_fuzz.sh [seconds (default 90)] [build directory (default build-fuzz)]
+# Builds with clang (-DQAV_FUZZ=ON: libFuzzer, AddressSanitizer, UndefinedBehaviorSanitizer). The
+# run happens inside bubblewrap when it works here: the whole file system read-only except the run
+# directory, a private /tmp and /dev/shm. Prints the executions and their rate; a finding leaves
+# its input in <build>/fuzz-run/artifacts and fails.
+set -euo pipefail
+seconds=${1:-90}
+src=$(cd "$(dirname "$0")/../.." && pwd)
+build=$(mkdir -p "${2:-$src/build-fuzz}" && cd "${2:-$src/build-fuzz}" && pwd)
+
+cmake -S "$src" -B "$build" -DCMAKE_C_COMPILER=clang -DCMAKE_CXX_COMPILER=clang++ -DQAV_FUZZ=ON \
+    -DQAV_BUILD_BENCH=OFF >/dev/null
+cmake --build "$build" -j"$(nproc)" --target call_anything_fuzz >/dev/null
+
+run="$build/fuzz-run"
+rm -rf "$run"
+mkdir -p "$run/corpus" "$run/artifacts"
+jail=()
+if command -v bwrap >/dev/null && bwrap --ro-bind / / --dev /dev true 2>/dev/null; then
+    jail=(bwrap --ro-bind / / --dev /dev --proc /proc --tmpfs /tmp --tmpfs /dev/shm --bind "$run" "$run")
+else
+    echo "fuzz: bubblewrap unavailable, running without the read-only jail"
+fi
+
+# Scripts may ask for capacities no allocator can give: those allocations fail with null, as on
+# the device, instead of ending the run.
+status=0
+ASAN_OPTIONS=allocator_may_return_null=1 "${jail[@]}" "$build/bin/call_anything_fuzz" \
+    -max_total_time="$seconds" -timeout=10 -rss_limit_mb=4096 -malloc_limit_mb=4000000 \
+    -artifact_prefix="$run/artifacts/" -print_final_stats=1 "$run/corpus" "$src/tests/fuzz/corpus" \
+    >"$run/log" 2>&1 || status=$?
+grep -E 'call-anything finding|ERROR|SUMMARY|stat::(number_of_executed_units|average_exec_per_sec|new_units_added|peak_rss_mb)' \
+    "$run/log" || true
+if [ "$status" -ne 0 ]; then
+    echo "fuzz: finding, input kept in $run/artifacts (replay: $build/bin/call_anything_fuzz FILE)"
+    tail -40 "$run/log"
+    exit 1
+fi
+echo "fuzz: no finding in ${seconds} s"
