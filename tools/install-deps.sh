@@ -1,11 +1,25 @@
 #!/bin/sh
 # Installs the Debian packages the build and the tests need, when any is missing.
 # As root it runs apt-get; otherwise it prints the one command to run.
-# usage: tools/install-deps.sh [LUA_VERSION...]   (default 5.4)
+# usage: tools/install-deps.sh [LUA_VERSION | fuzz | arm ...]   (default 5.4)
+#   fuzz   clang and its libFuzzer runtime, bubblewrap (tests/fuzz/run_fuzz.sh)
+#   arm    the armhf cross compiler, qemu-user and the armhf -dev packages (tools/arm-build.sh);
+#          adds the armhf architecture to dpkg
 set -eu
-versions=${*:-5.4}
+args=${*:-5.4}
 packages="cmake make g++ pkg-config libxml2-dev libssl-dev libcrypt-dev libgtest-dev openssl bubblewrap"
-for v in $versions; do packages="$packages liblua$v-dev lua$v"; done
+arm=no
+for a in $args; do
+    case $a in
+    fuzz) packages="$packages clang libclang-rt-14-dev" ;;
+    arm)
+        arm=yes
+        packages="$packages g++-arm-linux-gnueabihf qemu-user qemu-user-static file liblua5.4-dev:armhf"
+        packages="$packages libxml2-dev:armhf libssl-dev:armhf libcrypt-dev:armhf libgtest-dev:armhf"
+        ;;
+    *) packages="$packages liblua$a-dev lua$a" ;;
+    esac
+done
 missing=""
 for p in $packages; do
     dpkg-query -W -f='${Status}' "$p" 2>/dev/null | grep -q "install ok installed" || missing="$missing $p"
@@ -14,10 +28,14 @@ done
 if [ "$(id -u)" -eq 0 ]; then
     echo "installing:$missing"
     export DEBIAN_FRONTEND=noninteractive
-    apt-get update -qq
+    if [ $arm = yes ] && ! dpkg --print-foreign-architectures | grep -qx armhf; then
+        dpkg --add-architecture armhf
+    fi
+    apt-get update -qq || true
     apt-get install -y -qq --no-install-recommends $missing >/dev/null
 else
     echo "missing Debian packages; run as root:" >&2
+    [ $arm = yes ] && echo "  dpkg --add-architecture armhf && apt-get update" >&2
     echo "  apt-get install -y$missing" >&2
     exit 1
 fi

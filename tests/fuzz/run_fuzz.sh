@@ -28,7 +28,7 @@ fi
 # the device, instead of ending the run.
 status=0
 ASAN_OPTIONS=allocator_may_return_null=1 "${jail[@]}" "$build/bin/call_anything_fuzz" \
-    -max_total_time="$seconds" -timeout=10 -rss_limit_mb=4096 -malloc_limit_mb=4000000 \
+    -max_total_time="$seconds" -max_len=512 -timeout=10 -rss_limit_mb=4096 -malloc_limit_mb=4000000 \
     -artifact_prefix="$run/artifacts/" -print_final_stats=1 "$run/corpus" "$src/tests/fuzz/corpus" \
     >"$run/log" 2>&1 || status=$?
 grep -E 'call-anything finding|ERROR|SUMMARY|stat::(number_of_executed_units|average_exec_per_sec|new_units_added|peak_rss_mb)' \

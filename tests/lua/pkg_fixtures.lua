@@ -10,7 +10,7 @@ local function quote(s) return "'" .. tostring(s):gsub("'", "'\\''") .. "'" end
 F.quote = quote
 
 local function qavpkg_path()
-    local p = io.popen("readlink /proc/$PPID/exe")
+    local p = io.popen("echo ${QAVLUA_EXE:-$(readlink /proc/$PPID/exe)}")
     local exe = p:read("*l")
     p:close()
     return (exe:gsub("/[^/]*$", "")) .. "/qavpkg"

@@ -29,7 +29,7 @@ local function second_process(code)
     local f = assert(io.open(path, "w"))
     f:write(code)
     f:close()
-    local qavlua = capture("readlink /proc/$PPID/exe")
+    local qavlua = capture("echo ${QAVLUA_EXE:-$(readlink /proc/$PPID/exe)}")
     return capture("'" .. qavlua .. "' --root '" .. R .. "' '" .. path .. "'")
 end
 

@@ -10,7 +10,7 @@ if F.sh("id -u") ~= "0" or not F.ok("command -v setpriv >/dev/null && id nobody 
     return
 end
 
-local qavlua = F.sh("readlink /proc/$PPID/exe")
+local qavlua = F.sh("echo ${QAVLUA_EXE:-$(readlink /proc/$PPID/exe)}")
 local root = F.sh("mktemp -d /tmp/qavperm.XXXXXX")
 F.ok("chmod 755 " .. root .. " && '" .. qavlua .. "' init " .. root .. " >/dev/null && chmod -R a+rwX " .. root)
 local bin = root .. "/zakv8/main/bin"

@@ -130,7 +130,7 @@ end)
 T.case("mkdir: intermediate directories stay open to their owner whatever the mask", function()
     -- Under a mask of 0777 the intermediate mask is 0477: the owner may still enter and write.
     local p = io.popen("umask 0777; echo 'local m = libqavluacommon; print(m.luafs_mkdir(\"um/i/leaf\", -1, 2))' > um.lua; " ..
-        "umask 0777; \"$(readlink /proc/$PPID/exe)\" --root '" .. zh.root() .. "' um.lua 2>&1")
+        "umask 0777; \"${QAVLUA_EXE:-$(readlink /proc/$PPID/exe)}\" --root '" .. zh.root() .. "' um.lua 2>&1")
     local out = p:read("*a"); p:close()
     T.eq(out, "0\n")
     T.eq(F.sh("stat -c %a um um/i um/i/leaf"), "300\n300\n0", "intermediates under mask 0477, leaf under 0777")

@@ -4,7 +4,7 @@ local zh = require "zakhost"
 local P = {}
 
 local function tool_dir()
-    local pipe = io.popen("readlink -f /proc/$PPID/exe")
+    local pipe = io.popen("echo ${QAVLUA_EXE:-$(readlink -f /proc/$PPID/exe)}")
     local exe = pipe:read("*l")
     pipe:close()
     return exe:match("^(.*)/[^/]*$")
