@@ -112,7 +112,7 @@ const std::vector<std::string> &Words() {
         Repeat('B', 256),
         Repeat('C', 1024),
         Repeat('D', 4097),
-        Repeat('/', 300),
+        "work" + Repeat('/', 300) + "f.txt",
         Repeat('E', 70000),
         std::string("\0\x01\xFF\x80\0tail", 10),
         std::string("a\0b", 3),
@@ -536,8 +536,19 @@ size_t FunctionCount() {
     return qav::kRegistryEntries;
 }
 
+// Every text the harness can produce stays relative and inside the sandbox: no dictionary word is
+// absolute, and only the two data paths climb out of the work directory (to R/zakv8/main/data).
+void CheckWords() {
+    for (const std::string &w : Words()) {
+        bool climbs = w.find("..") != std::string::npos;
+        if ((!w.empty() && w[0] == '/') || (climbs && w != "../data/zakcfg.ini" && w != "../data"))
+            Finding("harness", "dictionary word leaves the sandbox: " + w.substr(0, 40));
+    }
+}
+
 void Setup() {
     if (!g_root.empty()) return;
+    CheckWords();
     // A memory file system when there is one: every input lays out its work directory again.
     const char *tmp = std::getenv("QAVFUZZ_TMPDIR");
     if (tmp == nullptr || *tmp == '\0')
