@@ -617,7 +617,10 @@ void RunInput(const uint8_t *data, size_t size) {
                 stderr, "slow call: %s with %d arguments: %lld ms\n", entry.name, count,
                 static_cast<long long>(std::chrono::duration_cast<std::chrono::milliseconds>(took).count()));
         zakhost::inject("NUK_SemaP", 0, 0, 0);
-        if (status != LUA_OK) {
+        // Running out of memory is the allocator's limit, not the function's fault: the runners
+        // cap single allocations (as the device's memory pool does), and the interpreter raises
+        // its memory error when one of its own allocations is refused.
+        if (status != LUA_OK && status != LUA_ERRMEM) {
             const char *message = lua_tostring(L, -1);
             CallFinding(entry.name, "error",
                         std::string("raised a script error: ") + (message ? message : "(not a string)"));

@@ -24,10 +24,10 @@ else
     echo "fuzz: bubblewrap unavailable, running without the read-only jail"
 fi
 
-# Scripts may ask for capacities no allocator can give: those allocations fail with null, as on
-# the device, instead of ending the run.
+# Scripts may ask for capacities and byte counts of gigabytes: as on the device, whose memory pool
+# has limits, a single allocation above 256 MB fails with null instead of ending the run.
 status=0
-ASAN_OPTIONS=allocator_may_return_null=1 "${jail[@]}" "$build/bin/call_anything_fuzz" \
+ASAN_OPTIONS=allocator_may_return_null=1:max_allocation_size_mb=256 "${jail[@]}" "$build/bin/call_anything_fuzz" \
     -max_total_time="$seconds" -max_len=512 -timeout=10 -rss_limit_mb=4096 -malloc_limit_mb=4000000 \
     -artifact_prefix="$run/artifacts/" -print_final_stats=1 "$run/corpus" "$src/tests/fuzz/corpus" \
     >"$run/log" 2>&1 || status=$?
