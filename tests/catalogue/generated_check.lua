@@ -1,0 +1,103 @@
+-- Checks the files generated from the catalogue: the Lua language server definitions load in a
+-- stock interpreter and declare every function with its parameters and results, the reference
+-- documents every function with its codes under its area, and every library function the
+-- examples call is declared (what an editor would flag as unknown).
+-- usage: lua5.x generated_check.lua SOURCE_DIR META_FILE REFERENCE_FILE
+local source, metaPath, referencePath = arg[1], arg[2], arg[3]
+local C = dofile(source .. "/tools/gen/catalogue.lua")
+local cat = C.load(source .. "/docs/catalogue/functions.lua")
+
+local failures = 0
+local function check(ok, message)
+    if not ok then
+        failures = failures + 1
+        io.stderr:write("FAIL: " .. message .. "\n")
+    end
+end
+local function read(path)
+    local f = assert(io.open(path, "rb"))
+    local text = f:read("*a")
+    f:close()
+    return text
+end
+
+-- The definitions are valid Lua and define exactly the catalogued functions.
+local meta = read(metaPath)
+check(meta:sub(1, 8) == "---@meta", "the definitions start with ---@meta")
+local chunk, err = loadfile(metaPath)
+check(chunk ~= nil, "the definitions load: " .. tostring(err))
+if chunk then
+    libqavluacommon = nil
+    local returned = chunk()
+    check(type(libqavluacommon) == "table" and returned == libqavluacommon, "the definitions declare the global")
+    local count = 0
+    for name, value in pairs(libqavluacommon or {}) do
+        count = count + 1
+        check(type(value) == "function", name .. " is declared as a function")
+    end
+    check(count == #cat.functions, ("%d functions declared, %d catalogued"):format(count, #cat.functions))
+end
+
+-- Each declaration carries one @param per argument and one @return per result.
+local blocks = {}
+for block, name, params in meta:gmatch("\n(%-%-%-.-)\nfunction libqavluacommon%.([%w_]+)%(([^)]*)%) end") do
+    blocks[name] = {text = block, params = params}
+end
+for _, f in ipairs(cat.functions) do
+    local b = blocks[f.name]
+    check(b ~= nil, "declaration of " .. f.name)
+    if b then
+        local _, nparam = b.text:gsub("@param ", "")
+        local _, nreturn = b.text:gsub("@return ", "")
+        check(nparam == #f.arglist, ("%s: %d @param for %d arguments"):format(f.name, nparam, #f.arglist))
+        check(nreturn == #f.resultlist, ("%s: %d @return for %d results"):format(f.name, nreturn, #f.resultlist))
+        check(b.text:find(f.entry, 1, true) ~= nil, f.name .. ": names its entry function")
+    end
+end
+
+-- The reference: an area section per area, a section per function inside its area, its codes.
+local reference = read(referencePath)
+local areaStart = {}
+for _, a in ipairs(cat.areas) do
+    areaStart[a.id] = reference:find("\n## " .. a.title .. "\n", 1, true)
+    check(areaStart[a.id] ~= nil, "reference section of area " .. a.id)
+end
+for _, f in ipairs(cat.functions) do
+    local at = reference:find("\n### " .. f.name .. "\n", 1, true)
+    check(at ~= nil, "reference section of " .. f.name)
+    if at and areaStart[f.area] then
+        check(at > areaStart[f.area], f.name .. " is documented under its area")
+        local section = reference:sub(at + 1, (reference:find("\n### ", at + 1, true) or #reference))
+        for _, code in ipairs(f.codes) do
+            check(section:find("- " .. code, 1, true) ~= nil, f.name .. ": code '" .. code .. "' in the reference")
+        end
+    end
+end
+
+-- Every library function the examples call is declared.
+local declared = {}
+for _, f in ipairs(cat.functions) do declared[f.name] = true end
+local p = io.popen("find '" .. source .. "/examples' -name '*.lua'")
+local used = 0
+for path in p:lines() do
+    local text = read(path)
+    local alias = text:match("local (%w+) = libqavluacommon")
+    for name in text:gmatch("libqavluacommon%.([%w_]+)") do
+        used = used + 1
+        check(declared[name], path .. ": unknown function libqavluacommon." .. name)
+    end
+    if alias then
+        for name in text:gmatch("%f[%w_]" .. alias .. "%.([%w_]+)%(") do
+            used = used + 1
+            check(declared[name], path .. ": unknown function " .. alias .. "." .. name)
+        end
+    end
+end
+p:close()
+check(used > 20, "the examples call the library (" .. used .. " calls seen)")
+
+if failures > 0 then
+    io.stderr:write(failures .. " failure(s)\n")
+    os.exit(1)
+end
+print(("generated files cover %d functions in %d areas"):format(#cat.functions, #cat.areas))
