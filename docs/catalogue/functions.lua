@@ -165,7 +165,8 @@ fn{name = "rpm_getfilemd5val_ext", entry = "l_get_file_md5_ext", area = "pkg", a
    results = "code:integer, digest:string?", codes = {"0 computed", "-1 bad arguments", "-2 file unreadable", "-3 range outside the file"},
    summary = "Returns the MD5 digest of a byte range of a file (length 0: to the end)."}
 fn{name = "rpm_issulog", entry = "l_issu_log", area = "pkg", args = "level:integer, text:string",
-   results = "", codes = {}, summary = "Writes a line to the ISSU log at the given level."}
+   results = "below:any?", codes = {"no result when written", "text missing: nothing pushed and one result declared (the value below comes back)"},
+   summary = "Writes a line to the ISSU log at the given level."}
 fn{name = "pat_GetCrlPath", entry = "l_Pat_GetCrlPath", area = "pkg", args = "",
    results = "code:integer, path:string?", codes = {"0 found (no path when the platform has no CRL service)", "-1 failure"},
    summary = "Returns the root path of the certificate revocation list files."}
@@ -322,7 +323,7 @@ fn{name = "qav_set_ntp_unicast_info", entry = "QAV_NtpSetUCastInfo", area = "rec
    results = "status:integer", codes = {"0 always (an unnamed or mistyped entry stops the set)"},
    summary = "Replaces the NTP unicast server cache with the given entries (fid 20 name, fid 1 number, fids 7 and 12 booleans)."}
 fn{name = "qav_get_ntp_unicast_info", entry = "QAV_NtpGetUCastInfo", area = "records", args = "server:string",
-   results = "server:string, status:integer, entries:table",
+   results = "server:string|integer, status:integer?, entries:table?",
    codes = {"0 looked up (the name argument comes first: three results declared, two pushed)", "-1 not one string (one result)"},
    summary = "Returns the cached entry of one NTP unicast server (an empty array when unknown)."}
 
@@ -564,7 +565,7 @@ crypt("qav_DecryptPassword_EnhExp", "QAV_DecryptPassword_EnhExp", "cipher:string
 crypt("qav_CRYPT_Decrypt", "QAV_CRYPT_Decrypt", "cipher:string, ignored:any, outsize:integer, algorithm:integer",
       "status:integer, plain:string", {"0 decrypted", "1 any failure"}, "Decrypts a cipher text with the given algorithm and the default key.")
 crypt("qav_CRYPT_Decrypt_Enhance", "QAV_CRYPT_Decrypt_Enhance", "cipher:string, length:integer, outsize:integer, algorithm:integer, key:string",
-      "status:integer, plain:string", {"0 decrypted", CBAD, "platform failure: no value pushed, one result declared"},
+      "status:any, plain:string?", {"0 decrypted", CBAD, "platform failure: nothing pushed and one result declared, so the value below (the last argument) comes back"},
       "Decrypts a cipher text of the given length with the given algorithm and key.")
 crypt("qav_EncryptPassword_EnhExp", "QAV_EncryptPassword_EnhExp", "plain:string, ignored:any?", "status:integer, cipher:string",
       {"0 always (the platform's result is not looked at)"}, "Encrypts a password with the default key and a random IV.")
@@ -703,7 +704,7 @@ dev("qav_GetCurVNFCInfo", "QAV_GetCurVNFCInfo", "", "code:integer, a:string, b:s
     {"0 read", "1 failure (empty texts)"}, "Returns the three texts of the current VNFC.")
 dev("qav_GetCurNEInfo", "QAV_GetCurNEInfo", "", "code:integer, a:string, b:string",
     {"0 read", "other: the package manager's code (empty texts)"}, "Returns the two resource texts of the current NE.")
-dev("qav_GetVEType", "QAV_GetNEType", "", "type:string", {"\"VNFC_TYPE\" unset: nothing pushed, one result declared"},
+dev("qav_GetVEType", "QAV_GetNEType", "", "type:string|any", {"\"VNFC_TYPE\" unset: nothing pushed and one result declared, so the value below comes back"},
     "Returns the VNFC type from the environment variable \"VNFC_TYPE\".")
 dev("qav_GetCurNodeInfo", "QAV_GetCurNodeInfo", "", "code:integer, interfaceid:string, nermversion:string",
     {"0 read", "1 \"CC_PKG_NAME\" missing or without '/', or vercfg.xml unreadable (empty texts)"},
@@ -786,11 +787,11 @@ fn{name = "qav_vfm_FormatPath", entry = "QAV_VfmFormatPath", area = "policy", ar
 
 -- Report notices -------------------------------------------------------------------------------
 local NOTICE = {"0 sent", "5005 wrong argument count or unusable arguments", "other: the event log's status"}
-fn{name = "qav_ReportProcess", entry = "QAV_ReportProcess", area = "reports", args = "stage:integer, progress:integer, description:string?",
+fn{name = "qav_ReportProcess", entry = "QAV_ReportProcess", area = "reports", args = "stage:integer, progress:integer, description:string",
    results = "status:integer", codes = NOTICE, summary = "Sends a progress notice of an operation (progress in percent)."}
-fn{name = "qav_ReportLogCollectFinish", entry = "QAV_ReportLogCollectFinish", area = "reports", args = "session:integer, result:integer, path:string?",
+fn{name = "qav_ReportLogCollectFinish", entry = "QAV_ReportLogCollectFinish", area = "reports", args = "session:integer, result:integer, path:string",
    results = "status:integer", codes = NOTICE, summary = "Sends the notice that a log collection finished, with the collected package's path."}
-fn{name = "qav_ReportVMCollectFinish", entry = "QAV_ReportVMCollectFinish", area = "reports", args = "session:integer, result:integer, vms:string?",
+fn{name = "qav_ReportVMCollectFinish", entry = "QAV_ReportVMCollectFinish", area = "reports", args = "session:integer, result:integer, vms:string",
    results = "status:integer", codes = NOTICE, summary = "Sends the notice that a VM information collection finished."}
 fn{name = "szak_setDelayVote", entry = "SZAK_SetDelayVote", area = "reports", args = "delay:integer|boolean, seconds:integer",
    results = "status:integer", codes = NOTICE, summary = "Sends the HA delay-vote setting."}
