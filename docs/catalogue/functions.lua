@@ -172,8 +172,8 @@ fn{name = "pat_GetCrlPath", entry = "l_Pat_GetCrlPath", area = "pkg", args = "",
    summary = "Returns the root path of the certificate revocation list files."}
 fn{name = "pat_GetHardtypeOfColdPatHardRst", entry = "l_get_hardtypeOfColdPatHardRst", area = "pkg",
    args = "patch:string, rpgname:string, rpgversion:string", results = "code:integer, hardtypes:table?",
-   codes = {"0 found", "-1 missing text", "other: the patch service's code"},
-   summary = "Lists the hardware types that need a hard reset for a cold patch."}
+   codes = {"0 found", "-1 a text missing or the patch service failed"},
+   summary = "Lists the hardware types whose boards need a hard reset for a cold patch of the given RPG."}
 
 -- Port-ID assignment ---------------------------------------------------------------------------
 fn{name = "qav_luaAssignPortID", entry = "QAV_LuaAssignPortID", area = "port", args = "osnode:integer",
@@ -659,7 +659,7 @@ ver("qav_SHA_Digest", "QAV_SHA_Digest", "plain:string", "status:integer, digest:
     {"as qav_Crypt_Digest"}, "A second name for qav_Crypt_Digest: the system-password digest of a password.")
 ver("qav_ProcIssuOper", "QAV_ProcIssuOper", "command:integer, argument:string", "code:integer, ...:string",
     {"0 done, followed by the handler's texts", "1 the handler failed", "22 wrong argument count or no arguments", "38 unknown command word"},
-    "Runs an ISSU operation for the running or a named version: 1 package name and paths, 2 NE type, 3 product type, 4 RPG image information, 5 key check items.")
+    "Runs an ISSU operation on a version text (empty: the running version) or a package path: 1 package name, base path and full path, 2 NE type, 3 product type, 4 RPG image information, 5 key check items.")
 
 -- Risk-check reports and version-file consistency ----------------------------------------------
 local function risk(name, entry, args, results, codes, what)
