@@ -79,23 +79,23 @@ fn{name = "luafs_rm", entry = "l_fs_rm", area = "fs", args = "path:string, flags
    results = "code:integer",
    codes = {"0 removed (also for a last component \".\" or \"..\", which is refused)", "-1 removal failed",
             "-2 wrong argument count", "-3 path not a string", "-4 out of memory"},
-   summary = "Removes a file or, with the recursive flag, a directory tree."}
+   summary = "Removes a file, or a directory tree with flag 0x2 (recursive); flag 0x8 (force) accepts a missing path and skips the write-access check."}
 fn{name = "luafs_cp", entry = "l_fs_cp", area = "fs", args = "source:string, destination:string, flags:integer",
    results = "code:integer",
    codes = {"0 copied", "-1 copy failed", "-2 wrong argument count", "-3 a path is not a string",
             "-4 out of memory (source)", "-5 out of memory (destination)"},
-   summary = "Copies a file or directory tree with the copy engine under the given copy flags."}
+   summary = "Copies a file, link, special file or directory tree under the copy flags: 0x2 recursive, 0x4 keep times, owner and mode, 0x10/0x20 follow links given / everywhere, 0x40/0x80 make a symbolic / hard link instead."}
 fn{name = "luafs_mv", entry = "l_fs_mv", area = "fs", args = "source:string, destination:string, flags:integer",
    results = "code:integer",
-   codes = {"0 moved", "1 moved by copy and remove", "-1 move failed",
+   codes = {"0 moved", "1 move failed", "-1 the destination cannot be examined",
             "-2 wrong argument count or a path not a string", "-3 out of memory (source)",
             "-4 out of memory (destination)"},
-   summary = "Moves (renames, or copies and removes) a file or directory tree."}
+   summary = "Moves a file or directory tree by rename, or by copy and remove across file systems; flag 0x1 (force) overwrites without checking write access."}
 fn{name = "luafs_mkdir", entry = "l_fs_mkdir", area = "fs", args = "path:string, mode:integer, flags:integer",
    results = "code:integer",
-   codes = {"0 created", "-1 creation failed", "-2 wrong argument count", "-3 path not a string",
-            "-4 out of memory", "-5 mode greater than 777"},
-   summary = "Creates a directory (with its parents under the parents flag) and sets its permission, written as decimal digits of the octal mode (493 = 0755); -1 keeps the default."}
+   codes = {"0 created", "-1 creation failed", "0x40022B the file layer ran out of memory", "-2 wrong argument count",
+            "-3 path not a string", "-4 out of memory", "-5 mode greater than 777"},
+   summary = "Creates a directory (with flag 0x2 every missing parent too) and gives it the permission mode (493 = 0755; -1 leaves it as created)."}
 fn{name = "luafs_opendir", entry = "l_open_dir", area = "fs", args = "path:string",
    results = "dir:lightuserdata", codes = {"null light user data: the directory could not be opened"},
    summary = "Opens a directory for listing and returns its handle."}
@@ -730,11 +730,11 @@ dev("qav_ZAK_RemoveFile", "ZAK_RemoveFile", "path:string", "result:integer", {"0
 dev("qav_ZAK_RenameFile", "ZAK_RenameFile", "old:string, new:string", "result:integer",
     {"0 attempted (a failed rename is not reported)", "0xFFFFFFFF a path missing"}, "Renames a file.")
 dev("qav_chownfile", "QAV_ChownFile", "path:string, mode:string", "status:integer",
-    {"0 done", "2 a text missing", "other: the chmod or chown failure"}, "Sets a file's mode (octal text, 0 means 0750) and gives it to the platform's service account.")
+    {"0 done", "2 a text missing", "-1 chmod failed", "other: the ownership change's result"}, "Sets a file's mode (octal text, 0 means 0750) and gives it to the platform's service account.")
 dev("qav_chownftpfile", "QAV_ChownFtpFile", "path:string, mode:string", "status:integer",
-    {"0 done", "2 a text missing", "other: the chmod or chown failure"}, "Sets a file's mode (octal text, 0 means 0750) and gives it to the FTP account.")
+    {"0 done", "2 a text missing", "-1 chmod failed", "other: the ownership change's result"}, "Sets a file's mode (octal text, 0 means 0750) and gives it to the FTP account.")
 dev("qav_linkfile", "QAV_LinkFile", "target:string, link:string", "status:integer",
-    {"0 linked", "2 a text missing", "other: the link failure"}, "Creates a symbolic link to the target.")
+    {"0 linked (also when the link path exists)", "2 a text missing", "-1 link failed"}, "Creates a symbolic link to the target.")
 dev("qav_getlinkfileinfo", "QAV_GetLinkFileInfo", "link:string", "status:integer, target:string?",
     {"0 read", "2 text missing", "11 not a symbolic link", "-1 lstat or readlink failed"}, "Returns the target of a symbolic link.")
 dev("qav_ZakPathToLinuxPath", "QAV_ZakPathToLinuxPath", "path:string", "code:integer, path:string?",
@@ -751,7 +751,7 @@ dev("qav_ZAK_StartupStampGetExt", "ZAK_StartupStampGetExt", "", "code:integer, f
     "Returns the startup stamp time as two 32-bit words.")
 dev("qav_ZAK_StartupStampAddExt", "ZAK_StartupStampAddExt",
     "flag1:integer, flag2:integer, v1:integer, v2:integer, v3:integer, v4:integer, ...:integer|string", "result:integer",
-    {"0 added", "0xFFFFFFFF not 6 to 22 arguments or the store failed"}, "Adds a startup stamp record with up to 16 number or text items.")
+    {"0 handed to the stamp store (whatever it returned)", "0xFFFFFFFF not 6 to 22 arguments, an item neither number nor text, or out of memory"}, "Adds a startup stamp record with up to 16 number or text items.")
 dev("qav_RecordUpgradeTimeStamp", "QAV_RecordUpgradeTimeStamp", "kind1:integer, kind2:integer, kind3:integer, text:string", "result:integer",
     {"0 recorded", "1000 bad arguments (a kind above 2 included)"}, "Records an upgrade time stamp of three kinds and a text.")
 
@@ -773,7 +773,7 @@ proc("CreateProcess", "QAV_CreateProcess", "name:string, instance:integer, path:
 proc("DeleteProcess", "QAV_DeleteProcess", "name:string, instance:integer", "status:integer",
      {"0 requested", "0xFFFFFFFF bad arguments"}, "Asks the platform to delete a process (the request is recorded).")
 proc("qav_GetSemlsStateByOsnode", "QAV_GetSemlsStateByOsnode", "board:string", "status:integer, components:table?",
-     {"0 read", "0xFFFFFFFF bad argument or query failed (one result)"}, "Returns the component states of a board given as \"chassis/board\" or \"board\".")
+     {"0 read", "0xFFFFFFFF bad argument or query failed (one result)"}, "Returns the component states of a board given as \"chassis/board\" or \"board\" (chassis 1).")
 proc("qav_SU_IsCurDirVerSame", "QAV_SU_IsCurDirVerSame", "version:string", "result:integer",
      {"0 the working directory contains the text", "1 it does not", "2 error"}, "Tells whether the working directory path contains the version text.")
 
