@@ -32,7 +32,7 @@ catalogue.areas = {
     {id = "device", title = "Node, board and file information"},
     {id = "process", title = "Process and board control"},
     {id = "policy", title = "File access policy"},
-    {id = "reports", title = "Report notices (not specified further)"},
+    {id = "reports", title = "Report notices"},
 }
 
 local F = {}

@@ -57,7 +57,7 @@ parallel)
 busted)
     busted=$(command -v busted || true)
     if [ -z "$busted" ]; then echo "busted is not installed (Debian package lua-busted)"; exit 77; fi
-    "$qavlua" --root "$sandbox" "$busted" "$examples/busted/upgrade_steps_spec.lua" >"$out" 2>&1 ||
+    "$qavlua" --root "$sandbox" "$busted" "$examples/busted/upgrade_steps_test.lua" >"$out" 2>&1 ||
         fail "exit status $?"
     has "$out" "7 successes / 0 failures / 0 errors / 0 pending"
     ;;

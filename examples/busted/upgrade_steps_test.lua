@@ -2,9 +2,9 @@
 -- library and the zakhost control module are there:
 --
 --   qavlua init /tmp/dev
---   qavlua --root /tmp/dev /usr/bin/busted "$PWD/examples/busted/upgrade_steps_spec.lua"
+--   qavlua --root /tmp/dev /usr/bin/busted "$PWD/examples/busted/upgrade_steps_test.lua"
 --
--- (busted runs in the sandbox's bin directory: give the spec file as an absolute path.)
+-- (busted runs in the sandbox's bin directory: give the test file as an absolute path.)
 local zh = require "zakhost"
 local m = libqavluacommon
 
