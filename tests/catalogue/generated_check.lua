@@ -52,6 +52,14 @@ for _, f in ipairs(cat.functions) do
         check(nparam == #f.arglist, ("%s: %d @param for %d arguments"):format(f.name, nparam, #f.arglist))
         check(nreturn == #f.resultlist, ("%s: %d @return for %d results"):format(f.name, nreturn, #f.resultlist))
         check(b.text:find(f.entry, 1, true) ~= nil, f.name .. ": names its entry function")
+        -- The language server matches @param names to the function's parameters, in order.
+        local names = {}
+        for name in b.text:gmatch("@param ([%w_%.]+)%??%s") do names[#names + 1] = name end
+        check(table.concat(names, ", ") == b.params, f.name .. ": @param names (" .. table.concat(names, ", ") ..
+              ") match the parameters (" .. b.params .. ")")
+        for line in b.text:gmatch("@return ([^\n]*)") do
+            check(line:match("^[%w_|%.]+%??%s+[%w_%.]+$") ~= nil, f.name .. ": @return '" .. line .. "' is a type and a name")
+        end
     end
 end
 
