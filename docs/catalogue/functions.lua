@@ -115,13 +115,13 @@ fn{name = "issu", entry = "l_issu_compare", area = "pkg", args = "first:string, 
    results = "code:integer, differences:table?, groups:table?",
    codes = {"0 compared", "-1 missing path or package object", "<0 load failure of a package description", "other: the comparison's failure code"},
    summary = "Compares two package descriptions for an in-service upgrade and returns the differing entities (each with its \"Required\" entities) and the entity groups to upgrade together."}
-fn{name = "rpm_whorequire", entry = "l_whorequire", area = "pkg", args = "...:string", results = "entities:table",
+fn{name = "rpm_whorequire", entry = "l_whorequire", area = "pkg", args = "...:string", results = "entities:table?",
    codes = {"no result: the entity database could not be loaded"},
    summary = "For each entity name, returns the entity table with the entities that require it, keyed by name."}
-fn{name = "rpm_depend", entry = "l_dep_depend", area = "pkg", args = "...:string", results = "dependencies:table",
+fn{name = "rpm_depend", entry = "l_dep_depend", area = "pkg", args = "...:string", results = "dependencies:table?",
    codes = {"no result: the entity database could not be loaded"},
    summary = "For each entity name, returns {matched = entity tables, mismatched = relation texts} keyed by name."}
-fn{name = "rpm_listcpt", entry = "l_list_cpt", area = "pkg", args = "...:string", results = "entities:table",
+fn{name = "rpm_listcpt", entry = "l_list_cpt", area = "pkg", args = "...:string", results = "entities:table?",
    codes = {"no result: the entity database could not be loaded"},
    summary = "Returns the entity tables of the named entities of the running package; unknown names are skipped."}
 fn{name = "rpm_getpkginfo", entry = "l_get_pkginfo", area = "pkg", args = "file:string?",
@@ -148,7 +148,7 @@ fn{name = "pat_calcpatpkgmd5", entry = "l_calc_pat_md5", area = "pkg", args = "p
    results = "code:integer, digest:string?", codes = {"0 computed", "-1 failure"},
    summary = "Computes the MD5 digest of a patch package."}
 fn{name = "pat_startuppatchvalid", entry = "l_verify_startuppatch", area = "pkg", args = "patch:string",
-   results = "code:integer, value:integer?",
+   results = "code:integer?, value:integer?",
    codes = {"0 valid; value 1 patch file, 0 header read, 2 header result 5006", "4 file missing", "5001 out of memory", "5005 header unreadable", "no result: no path"},
    summary = "Tells whether a startup patch file is usable."}
 fn{name = "pat_check_inrpkg", entry = "l_check_pat_inrpkg", area = "pkg", args = "first:string, second:string",
