@@ -26,7 +26,9 @@ set(QAV_INSTALL_LIBDIR lib)
 set(QAV_INSTALL_INCLUDEDIR include/qavluacommon)
 set(QAV_INSTALL_DATADIR share/qavluacommon)
 set(QAV_INSTALL_CMAKEDIR lib/cmake/qavluacommon)
-set_target_properties(qavluacommon zakhost zakhost_module PROPERTIES INSTALL_RPATH "$ORIGIN")
+# The modules are also reached through links in lib/lua/<version> (below), where $ORIGIN is that
+# directory: hence the second entry.
+set_target_properties(qavluacommon zakhost zakhost_module PROPERTIES INSTALL_RPATH "$ORIGIN;$ORIGIN/../..")
 set_target_properties(qavlua PROPERTIES INSTALL_RPATH "$ORIGIN/../${QAV_INSTALL_LIBDIR}")
 
 install(TARGETS qavluacommon zakhost LIBRARY DESTINATION ${QAV_INSTALL_LIBDIR})
@@ -48,3 +50,12 @@ write_basic_package_version_file(${CMAKE_BINARY_DIR}/qavluacommonConfigVersion.c
                                  VERSION ${PROJECT_VERSION} COMPATIBILITY SameMinorVersion)
 install(FILES ${CMAKE_BINARY_DIR}/qavluacommonConfig.cmake ${CMAKE_BINARY_DIR}/qavluacommonConfigVersion.cmake
         DESTINATION ${QAV_INSTALL_CMAKEDIR})
+
+# A stock interpreter looks for C modules in <prefix>/lib/lua/<version>: links there let
+# `require "libqavluacommon"` and `require "zakhost"` work without LUA_CPATH for the usual prefixes.
+set(QAV_LUA_MODULE_LINKS ${CMAKE_BINARY_DIR}/lua-module-links)
+file(MAKE_DIRECTORY ${QAV_LUA_MODULE_LINKS})
+foreach(_qav_module libqavluacommon zakhost)
+  file(CREATE_LINK ../../${_qav_module}.so ${QAV_LUA_MODULE_LINKS}/${_qav_module}.so SYMBOLIC)
+  install(FILES ${QAV_LUA_MODULE_LINKS}/${_qav_module}.so DESTINATION ${QAV_INSTALL_LIBDIR}/lua/${QAV_LUA_VERSION})
+endforeach()

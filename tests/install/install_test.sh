@@ -62,6 +62,11 @@ ZAKHOST_ROOT=$work/sandbox "$work/consumer/embed" | grep -qF "status 0 port 4100
 (cd "$work/consumer" && ctest --output-on-failure >/dev/null) || fail "the project's device-script test"
 grep -qF "$prefix/share/qavluacommon/meta" "$work/consumer/found.txt" || fail "qavluacommon_META_DIR"
 
+# A stock interpreter finds both modules in <prefix>/lib/lua/<version>.
+LUA_CPATH="$prefix/lib/lua/$luaver/?.so;;" ZAKHOST_ROOT=$work/sandbox "lua$luaver" -e \
+    'local m = require "libqavluacommon"; local zh = require "zakhost"; assert(select(2, m.qav_luaAssignPortID(9)) == 41004 and zh.root())' ||
+    fail "stock interpreter with the installed modules"
+
 # The installed definitions are valid Lua.
 "lua$luaver" -e "dofile('$prefix/share/qavluacommon/meta/libqavluacommon.lua')" || fail "definitions"
 echo "install: ok"
