@@ -10,11 +10,12 @@ set(QAV_SHARE_DIR ${CMAKE_BINARY_DIR}/share/qavluacommon)
 set(QAV_META_FILE ${QAV_SHARE_DIR}/meta/libqavluacommon.lua)
 set(QAV_REFERENCE_FILE ${QAV_SHARE_DIR}/reference.md)
 add_custom_command(
-  OUTPUT ${QAV_META_FILE} ${QAV_REFERENCE_FILE}
+  OUTPUT ${QAV_META_FILE} ${QAV_REFERENCE_FILE} ${QAV_SHARE_DIR}/meta/zakhost.lua
   COMMAND ${CMAKE_COMMAND} -E make_directory ${QAV_SHARE_DIR}/meta
+  COMMAND ${CMAKE_COMMAND} -E copy ${CMAKE_SOURCE_DIR}/docs/catalogue/zakhost.lua ${QAV_SHARE_DIR}/meta/zakhost.lua
   COMMAND ${QAV_GEN_LUA} ${CMAKE_SOURCE_DIR}/tools/gen/generate.lua ${QAV_CATALOGUE} ${QAV_META_FILE}
           ${QAV_REFERENCE_FILE}
-  DEPENDS ${QAV_CATALOGUE} ${CMAKE_SOURCE_DIR}/tools/gen/generate.lua ${CMAKE_SOURCE_DIR}/tools/gen/catalogue.lua
+  DEPENDS ${QAV_CATALOGUE} ${CMAKE_SOURCE_DIR}/docs/catalogue/zakhost.lua ${CMAKE_SOURCE_DIR}/tools/gen/generate.lua ${CMAKE_SOURCE_DIR}/tools/gen/catalogue.lua
   COMMENT "Generating the Lua language server definitions and the API reference"
   VERBATIM)
 add_custom_target(script_author_docs ALL DEPENDS ${QAV_META_FILE} ${QAV_REFERENCE_FILE})
@@ -36,7 +37,7 @@ install(TARGETS zakhost_module LIBRARY DESTINATION ${QAV_INSTALL_LIBDIR})
 install(TARGETS qavlua qavpkg RUNTIME DESTINATION bin)
 install(DIRECTORY ${CMAKE_SOURCE_DIR}/platform/include/ DESTINATION ${QAV_INSTALL_INCLUDEDIR}
         FILES_MATCHING PATTERN "*.h")
-install(FILES ${QAV_META_FILE} DESTINATION ${QAV_INSTALL_DATADIR}/meta)
+install(FILES ${QAV_META_FILE} ${QAV_SHARE_DIR}/meta/zakhost.lua DESTINATION ${QAV_INSTALL_DATADIR}/meta)
 install(FILES ${QAV_REFERENCE_FILE} ${QAV_CATALOGUE} DESTINATION ${QAV_INSTALL_DATADIR})
 install(DIRECTORY ${CMAKE_SOURCE_DIR}/examples/ DESTINATION ${QAV_INSTALL_DATADIR}/examples
         PATTERN ".luarc.json" EXCLUDE)

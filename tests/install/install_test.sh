@@ -21,7 +21,8 @@ prefix=$work/prefix
 
 for f in bin/qavlua bin/qavpkg lib/libqavluacommon.so lib/libzakhost.so lib/zakhost.so \
          include/qavluacommon/script_engine.h include/qavluacommon/zak_file.h \
-         share/qavluacommon/meta/libqavluacommon.lua share/qavluacommon/reference.md \
+         share/qavluacommon/meta/libqavluacommon.lua share/qavluacommon/meta/zakhost.lua \
+         share/qavluacommon/reference.md \
          share/qavluacommon/functions.lua share/qavluacommon/examples/upgrade_precheck.lua \
          lib/pkgconfig/qavluacommon.pc lib/cmake/qavluacommon/qavluacommonConfig.cmake \
          lib/cmake/qavluacommon/qavluacommonConfigVersion.cmake; do
