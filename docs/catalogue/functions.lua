@@ -567,8 +567,9 @@ crypt("qav_CRYPT_Decrypt", "QAV_CRYPT_Decrypt", "cipher:string, ignored:any, out
 crypt("qav_CRYPT_Decrypt_Enhance", "QAV_CRYPT_Decrypt_Enhance", "cipher:string, length:integer, outsize:integer, algorithm:integer, key:string",
       "status:any, plain:string?", {"0 decrypted", CBAD, "platform failure: nothing pushed and one result declared, so the value below (the last argument) comes back"},
       "Decrypts a cipher text of the given length with the given algorithm and key.")
-crypt("qav_EncryptPassword_EnhExp", "QAV_EncryptPassword_EnhExp", "plain:string, ignored:any?", "status:integer, cipher:string",
-      {"0 always (the platform's result is not looked at)"}, "Encrypts a password with the default key and a random IV.")
+crypt("qav_EncryptPassword_EnhExp", "QAV_EncryptPassword_EnhExp", "plain:string, ignored:any", "status:integer, cipher:string",
+      {"0 encrypted (the platform's result is not looked at: its failure leaves the text empty)", CBAD},
+      "Encrypts a password with the default key and a random IV.")
 crypt("qav_CRYPT_Encrypt", "QAV_CRYPT_Encrypt", "plain:string, length:integer, outsize:integer, ignored:any, algorithm:integer",
       "cipher:string", {"empty text on any failure"}, "Encrypts the given length of plain text with the algorithm, the default key and a random IV.")
 crypt("qav_CRYPT_Encrypt_Enhance", "QAV_CRYPT_Encrypt_Enhance", "plain:string, ignored:any, outsize:integer, algorithm:integer, key:string",
