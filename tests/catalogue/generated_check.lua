@@ -77,7 +77,9 @@ for _, f in ipairs(cat.functions) do
         check(at > areaStart[f.area], f.name .. " is documented under its area")
         local section = reference:sub(at + 1, (reference:find("\n### ", at + 1, true) or #reference))
         for _, code in ipairs(f.codes) do
-            check(section:find("- " .. code, 1, true) ~= nil, f.name .. ": code '" .. code .. "' in the reference")
+            local value, meaning = code:match("^([<>=]*%-?%d[%w]*)%s+(.*)$")
+            local line = value and ("- `" .. value .. "` " .. meaning) or ("- " .. code)
+            check(section:find(line, 1, true) ~= nil, f.name .. ": code '" .. code .. "' in the reference")
         end
     end
 end

@@ -24,6 +24,14 @@ local function ident(name)
     return name
 end
 
+-- A code line "CODE meaning" with the code set as inline code, so that Markdown does not read
+-- a leading ">" or "<" as markup.
+local function code_line(text)
+    local code, meaning = text:match("^([<>=]*%-?%d[%w]*)%s+(.*)$")
+    if not code then return text end
+    return "`" .. code .. "` " .. meaning
+end
+
 -- Functions grouped by area in catalogue order, areas in their listed order.
 local byArea = {}
 for _, f in ipairs(cat.functions) do
@@ -60,7 +68,7 @@ for _, area in ipairs(cat.areas) do
         if #f.codes > 0 then
             add("---")
             add("---Codes:")
-            for _, c in ipairs(f.codes) do add("--- * " .. c) end
+            for _, c in ipairs(f.codes) do add("--- * " .. code_line(c)) end
         end
         add("---")
         add("---Entry function `" .. f.entry .. "`; area: " .. area.title .. ".")
@@ -153,7 +161,7 @@ for _, area in ipairs(cat.areas) do
         if #f.codes > 0 then
             put("Codes:")
             put("")
-            for _, c in ipairs(f.codes) do put("- " .. c) end
+            for _, c in ipairs(f.codes) do put("- " .. code_line(c)) end
             put("")
         end
     end
