@@ -84,22 +84,60 @@ for _, f in ipairs(cat.functions) do
     end
 end
 
--- Every library function the examples call is declared.
+-- Every library function the examples call is declared, and called with no more arguments than
+-- it takes and no fewer than it needs (what the language server reports as redundant or missing
+-- parameters).
 local declared = {}
-for _, f in ipairs(cat.functions) do declared[f.name] = true end
+for _, f in ipairs(cat.functions) do declared[f.name] = f end
+
+-- The number of arguments of the call whose "(" is at position open in text.
+local function argument_count(text, open)
+    local depth, count, i, empty = 0, 0, open + 1, true
+    while i <= #text do
+        local c = text:sub(i, i)
+        if c == '"' or c == "'" then
+            local close = i + 1
+            while text:sub(close, close) ~= c do close = close + (text:sub(close, close) == "\\" and 2 or 1) end
+            i, empty = close, false
+        elseif c == "(" or c == "{" or c == "[" then
+            depth, empty = depth + 1, false
+        elseif c == ")" or c == "}" or c == "]" then
+            if depth == 0 then return empty and 0 or count + 1 end
+            depth = depth - 1
+        elseif c == "," and depth == 0 then
+            count = count + 1
+        elseif not c:match("%s") then
+            empty = false
+        end
+        i = i + 1
+    end
+    return -1
+end
+
+local function check_call(path, text, name, open)
+    local f = declared[name]
+    check(f ~= nil, path .. ": unknown function " .. name)
+    if not f then return end
+    local n = argument_count(text, open)
+    local variadic = #f.arglist > 0 and f.arglist[#f.arglist].name == "..."
+    local needed = 0
+    for _, a in ipairs(f.arglist) do if not a.optional and a.name ~= "..." then needed = needed + 1 end end
+    check(variadic or n <= #f.arglist, ("%s: %s called with %d arguments, takes %d"):format(path, name, n, #f.arglist))
+    check(n >= needed, ("%s: %s called with %d arguments, needs %d"):format(path, name, n, needed))
+end
 local p = io.popen("find '" .. source .. "/examples' -name '*.lua'")
 local used = 0
 for path in p:lines() do
     local text = read(path)
     local alias = text:match("local (%w+) = libqavluacommon")
-    for name in text:gmatch("libqavluacommon%.([%w_]+)") do
+    for name, open in text:gmatch("libqavluacommon%.([%w_]+)%s*()%(") do
         used = used + 1
-        check(declared[name], path .. ": unknown function libqavluacommon." .. name)
+        check_call(path, text, name, open)
     end
     if alias then
-        for name in text:gmatch("%f[%w_]" .. alias .. "%.([%w_]+)%(") do
+        for name, open in text:gmatch("%f[%w_]" .. alias .. "%.([%w_]+)()%(") do
             used = used + 1
-            check(declared[name], path .. ": unknown function " .. alias .. "." .. name)
+            check_call(path, text, name, open)
         end
     end
 end
