@@ -5,6 +5,7 @@
 set -eu
 versions=${*:-5.4}
 packages="cmake make g++ pkg-config libxml2-dev libssl-dev libcrypt-dev libgtest-dev openssl bubblewrap"
+packages="$packages lua-busted" # the busted example runs its test file through qavlua
 for v in $versions; do packages="$packages liblua$v-dev lua$v"; done
 missing=""
 for p in $packages; do
