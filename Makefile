@@ -1,6 +1,8 @@
 # The two set-up commands (see README.md):
 #   make run    build, then run the example upgrade pre-check in a fresh device sandbox
 #   make test   build, then run every test (C++ and Lua) with ctest
+#   make install PREFIX=<dir>   build, then install the library, the host platform, qavlua, qavpkg,
+#                the headers, the language-server definitions and the reference (default /usr/local)
 # Options: LUA=5.2|5.3|5.4 (default 5.4), BUILD=<dir> (default build), SANITIZE=address,undefined,
 # BENCH=OFF (skip building the benchmarks)
 LUA ?= 5.4
@@ -9,8 +11,9 @@ SANITIZE ?=
 BENCH ?= ON
 JOBS ?= $(shell nproc)
 SANDBOX ?= $(BUILD)/sandbox
+PREFIX ?= /usr/local
 
-.PHONY: all deps configure build run test clean
+.PHONY: all deps configure build run test install clean
 
 all: build
 
@@ -32,6 +35,9 @@ run: build
 
 test: build
 	@cd $(BUILD) && ctest --output-on-failure -j$(JOBS)
+
+install: build
+	@cmake --install $(BUILD) --prefix $(PREFIX)
 
 clean:
 	rm -rf $(BUILD)

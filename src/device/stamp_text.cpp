@@ -10,9 +10,9 @@ namespace {
 constexpr const char *kFlags = "-+ #0'I";
 constexpr const char *kLengths = "hlLqjzZt";
 
-// One conversion printed with a zero (or empty, or null) argument; `spec` has no '*' and no
+// One conversion printed with a zero (or empty, or null) argument; `conversionSpec` has no '*' and no
 // length modifier left.
-std::string PrintZero(const std::string &spec, char conversion) {
+std::string PrintZero(const std::string &conversionSpec, char conversion) {
     char buffer[512];
     int length = -1;
 #pragma GCC diagnostic push
@@ -22,22 +22,22 @@ std::string PrintZero(const std::string &spec, char conversion) {
     case 'd':
     case 'i':
     case 'c':
-        length = std::snprintf(buffer, sizeof buffer, spec.c_str(), 0);
+        length = std::snprintf(buffer, sizeof buffer, conversionSpec.c_str(), 0);
         break;
     case 'u':
     case 'o':
     case 'x':
     case 'X':
-        length = std::snprintf(buffer, sizeof buffer, spec.c_str(), 0u);
+        length = std::snprintf(buffer, sizeof buffer, conversionSpec.c_str(), 0u);
         break;
     case 's':
-        length = std::snprintf(buffer, sizeof buffer, spec.c_str(), "");
+        length = std::snprintf(buffer, sizeof buffer, conversionSpec.c_str(), "");
         break;
     case 'p':
-        length = std::snprintf(buffer, sizeof buffer, spec.c_str(), static_cast<void *>(nullptr));
+        length = std::snprintf(buffer, sizeof buffer, conversionSpec.c_str(), static_cast<void *>(nullptr));
         break;
     default: // e, E, f, F, g, G, a, A
-        length = std::snprintf(buffer, sizeof buffer, spec.c_str(), 0.0);
+        length = std::snprintf(buffer, sizeof buffer, conversionSpec.c_str(), 0.0);
         break;
     }
 #pragma GCC diagnostic pop
@@ -59,23 +59,23 @@ size_t FormatWithoutArguments(const char *format, char *out, size_t size) {
             continue;
         }
         const char *start = p++;
-        std::string spec = "%";
+        std::string conversionSpec = "%";
         while (*p != '\0' && std::strchr(kFlags, *p) != nullptr)
-            spec += *p++;
+            conversionSpec += *p++;
         if (*p == '*') {
             ++p; // a width taken from an argument: as if zero
         } else {
             while (*p >= '0' && *p <= '9')
-                spec += *p++;
+                conversionSpec += *p++;
         }
         if (*p == '.') {
-            spec += *p++;
+            conversionSpec += *p++;
             if (*p == '*') {
                 ++p;
-                spec += '0';
+                conversionSpec += '0';
             } else {
                 while (*p >= '0' && *p <= '9')
-                    spec += *p++;
+                    conversionSpec += *p++;
             }
         }
         while (*p != '\0' && std::strchr(kLengths, *p) != nullptr)
@@ -87,7 +87,7 @@ size_t FormatWithoutArguments(const char *format, char *out, size_t size) {
         } else if (conversion == 'n') {
             ++p; // stores a count through an argument: nothing is printed or stored
         } else if (conversion != '\0' && std::strchr("diouxXcspeEfFgGaA", conversion) != nullptr) {
-            text += PrintZero(spec + conversion, conversion);
+            text += PrintZero(conversionSpec + conversion, conversion);
             ++p;
         } else {
             // Not a conversion: the text stands as written.

@@ -2,10 +2,8 @@
 #include <gtest/gtest.h>
 
 #include <sys/stat.h>
-#include <unistd.h>
 
 #include <cstdio>
-#include <cstdlib>
 #include <fstream>
 #include <string>
 
@@ -31,12 +29,6 @@ class NodeInfo : public ::testing::Test {
     void SetUp() override {
         // these tests write files under the device root: never on the machine itself
         if (zakhost::root().empty()) GTEST_SKIP() << "run with ZAKHOST_ROOT set to a sandbox (ctest does)";
-        // ctest runs these tests in parallel processes over one sandbox: each process works in a
-        // root of its own, so one test's clean-up never removes another's files.
-        base_ = zakhost::root();
-        MakeDirs(base_ + "/nodeinfo." + std::to_string(getpid()));
-        setenv("ZAKHOST_ROOT", (base_ + "/nodeinfo." + std::to_string(getpid())).c_str(), 1);
-        zakhost::reset_environment();
         zakhost::log_clear();
         MakeDirs(zakhost::in_root("/zakv8/main/home"));
         MakeDirs(zakhost::in_root("/boot"));
@@ -47,12 +39,9 @@ class NodeInfo : public ::testing::Test {
         if (zakhost::root().empty()) return;
         std::remove(vercfg_.c_str());
         std::remove(zakhost::in_root("/boot/disk_cfg.ini").c_str());
-        setenv("ZAKHOST_ROOT", base_.c_str(), 1);
-        zakhost::reset_environment();
     }
     void WriteVercfg(const std::string &body) { std::ofstream(vercfg_) << body; }
     std::string vercfg_;
-    std::string base_;
 };
 
 TEST_F(NodeInfo, ProductTypeOfTheRunningVersion) {

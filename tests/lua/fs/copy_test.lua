@@ -103,9 +103,9 @@ T.case("symbolic links: recreated, or followed with the follow flags", function(
 end)
 
 T.case("special files are recreated with the recursive flag", function()
-    F.ok("mkdir spec && mkfifo spec/pipe")
-    T.eq(m.luafs_cp("spec", "spec.copy", RECURSIVE), 0)
-    T.eq(F.kind("spec.copy/pipe"), "fifo")
+    F.ok("mkdir tree && mkfifo tree/pipe")
+    T.eq(m.luafs_cp("tree", "tree.copy", RECURSIVE), 0)
+    T.eq(F.kind("tree.copy/pipe"), "fifo")
     T.eq(m.luafs_cp("/dev/null", "nulldev", RECURSIVE), 0)
     T.eq(F.sh("stat -c '%F %t:%T' nulldev"), F.sh("stat -c '%F %t:%T' /dev/null"))
 end)

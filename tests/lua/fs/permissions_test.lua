@@ -11,6 +11,14 @@ if F.sh("id -u") ~= "0" or not F.ok("command -v setpriv >/dev/null && id nobody 
 end
 
 local qavlua = F.sh("echo ${QAVLUA_EXE:-$(readlink /proc/$PPID/exe)}")
+-- The unprivileged user must be able to reach and run the build (not so in a checkout under a
+-- private home directory).
+if not F.ok("setpriv --reuid=nobody --regid=nogroup --clear-groups '" .. qavlua .. "' >/dev/null 2>&1; " ..
+        "[ $? -eq 2 ]") then
+    print("SKIP: the user nobody cannot run " .. qavlua)
+    T.run()
+    return
+end
 local root = F.sh("mktemp -d /tmp/qavperm.XXXXXX")
 F.ok("chmod 755 " .. root .. " && '" .. qavlua .. "' init " .. root .. " >/dev/null && chmod -R a+rwX " .. root)
 local bin = root .. "/zakv8/main/bin"

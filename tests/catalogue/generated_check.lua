@@ -1,0 +1,151 @@
+-- Checks the files generated from the catalogue: the Lua language server definitions load in a
+-- stock interpreter and declare every function with its parameters and results, the reference
+-- documents every function with its codes under its area, and every library function the
+-- examples call is declared (what an editor would flag as unknown).
+-- usage: lua5.x generated_check.lua SOURCE_DIR META_FILE REFERENCE_FILE
+local source, metaPath, referencePath = arg[1], arg[2], arg[3]
+local C = dofile(source .. "/tools/gen/catalogue.lua")
+local cat = C.load(source .. "/docs/catalogue/functions.lua")
+
+local failures = 0
+local function check(ok, message)
+    if not ok then
+        failures = failures + 1
+        io.stderr:write("FAIL: " .. message .. "\n")
+    end
+end
+local function read(path)
+    local f = assert(io.open(path, "rb"))
+    local text = f:read("*a")
+    f:close()
+    return text
+end
+
+-- The definitions are valid Lua and define exactly the catalogued functions.
+local meta = read(metaPath)
+check(meta:sub(1, 8) == "---@meta", "the definitions start with ---@meta")
+local chunk, err = loadfile(metaPath)
+check(chunk ~= nil, "the definitions load: " .. tostring(err))
+if chunk then
+    libqavluacommon = nil
+    local returned = chunk()
+    check(type(libqavluacommon) == "table" and returned == libqavluacommon, "the definitions declare the global")
+    local count = 0
+    for name, value in pairs(libqavluacommon or {}) do
+        count = count + 1
+        check(type(value) == "function", name .. " is declared as a function")
+    end
+    check(count == #cat.functions, ("%d functions declared, %d catalogued"):format(count, #cat.functions))
+end
+
+-- Each declaration carries one @param per argument and one @return per result.
+local blocks = {}
+for block, name, params in meta:gmatch("\n(%-%-%-.-)\nfunction libqavluacommon%.([%w_]+)%(([^)]*)%) end") do
+    blocks[name] = {text = block, params = params}
+end
+for _, f in ipairs(cat.functions) do
+    local b = blocks[f.name]
+    check(b ~= nil, "declaration of " .. f.name)
+    if b then
+        local _, nparam = b.text:gsub("@param ", "")
+        local _, nreturn = b.text:gsub("@return ", "")
+        check(nparam == #f.arglist, ("%s: %d @param for %d arguments"):format(f.name, nparam, #f.arglist))
+        check(nreturn == #f.resultlist, ("%s: %d @return for %d results"):format(f.name, nreturn, #f.resultlist))
+        check(b.text:find(f.entry, 1, true) ~= nil, f.name .. ": names its entry function")
+        -- The language server matches @param names to the function's parameters, in order.
+        local names = {}
+        for name in b.text:gmatch("@param ([%w_%.]+)%??%s") do names[#names + 1] = name end
+        check(table.concat(names, ", ") == b.params, f.name .. ": @param names (" .. table.concat(names, ", ") ..
+              ") match the parameters (" .. b.params .. ")")
+        for line in b.text:gmatch("@return ([^\n]*)") do
+            check(line:match("^[%w_|%.]+%??%s+[%w_%.]+$") ~= nil, f.name .. ": @return '" .. line .. "' is a type and a name")
+        end
+    end
+end
+
+-- The reference: an area section per area, a section per function inside its area, its codes.
+local reference = read(referencePath)
+local areaStart = {}
+for _, a in ipairs(cat.areas) do
+    areaStart[a.id] = reference:find("\n## " .. a.title .. "\n", 1, true)
+    check(areaStart[a.id] ~= nil, "reference section of area " .. a.id)
+end
+for _, f in ipairs(cat.functions) do
+    local at = reference:find("\n### " .. f.name .. "\n", 1, true)
+    check(at ~= nil, "reference section of " .. f.name)
+    if at and areaStart[f.area] then
+        check(at > areaStart[f.area], f.name .. " is documented under its area")
+        local section = reference:sub(at + 1, (reference:find("\n### ", at + 1, true) or #reference))
+        for _, code in ipairs(f.codes) do
+            local value, meaning = code:match("^([<>=]*%-?%d[%w]*)%s+(.*)$")
+            local line = value and ("- `" .. value .. "` " .. meaning) or ("- " .. code)
+            check(section:find(line, 1, true) ~= nil, f.name .. ": code '" .. code .. "' in the reference")
+        end
+    end
+end
+
+-- Every library function the examples call is declared, and called with no more arguments than
+-- it takes and no fewer than it needs (what the language server reports as redundant or missing
+-- parameters).
+local declared = {}
+for _, f in ipairs(cat.functions) do declared[f.name] = f end
+
+-- The number of arguments of the call whose "(" is at position open in text.
+local function argument_count(text, open)
+    local depth, count, i, empty = 0, 0, open + 1, true
+    while i <= #text do
+        local c = text:sub(i, i)
+        if c == '"' or c == "'" then
+            local close = i + 1
+            while text:sub(close, close) ~= c do close = close + (text:sub(close, close) == "\\" and 2 or 1) end
+            i, empty = close, false
+        elseif c == "(" or c == "{" or c == "[" then
+            depth, empty = depth + 1, false
+        elseif c == ")" or c == "}" or c == "]" then
+            if depth == 0 then return empty and 0 or count + 1 end
+            depth = depth - 1
+        elseif c == "," and depth == 0 then
+            count = count + 1
+        elseif not c:match("%s") then
+            empty = false
+        end
+        i = i + 1
+    end
+    return -1
+end
+
+local function check_call(path, text, name, open)
+    local f = declared[name]
+    check(f ~= nil, path .. ": unknown function " .. name)
+    if not f then return end
+    local n = argument_count(text, open)
+    local variadic = #f.arglist > 0 and f.arglist[#f.arglist].name == "..."
+    local needed = 0
+    for _, a in ipairs(f.arglist) do if not a.optional and a.name ~= "..." then needed = needed + 1 end end
+    check(variadic or n <= #f.arglist, ("%s: %s called with %d arguments, takes %d"):format(path, name, n, #f.arglist))
+    check(n >= needed, ("%s: %s called with %d arguments, needs %d"):format(path, name, n, needed))
+end
+local p = io.popen("find '" .. source .. "/examples' -name '*.lua'")
+local used = 0
+for path in p:lines() do
+    local text = read(path)
+    local alias = text:match("local (%w+) = libqavluacommon")
+    for name, open in text:gmatch("libqavluacommon%.([%w_]+)%s*()%(") do
+        used = used + 1
+        check_call(path, text, name, open)
+    end
+    if alias then
+        for name, open in text:gmatch("%f[%w_]" .. alias .. "%.([%w_]+)()%(") do
+            used = used + 1
+            check_call(path, text, name, open)
+        end
+    end
+end
+p:close()
+check(used > 20, "the examples call the library (" .. used .. " calls seen)")
+
+if failures > 0 then
+    io.stderr:write(failures .. " failure(s)\n")
+    os.exit(1)
+end
+print(("generated files cover %d functions in %d areas"):format(#cat.functions, #cat.areas))

@@ -1,0 +1,17 @@
+-- The language server definitions of the zakhost module declare exactly the functions the
+-- module offers, and load as plain Lua.
+local T = require "testlib"
+local zh = require "zakhost"
+local source = assert(os.getenv("QAV_SOURCE_DIR"), "QAV_SOURCE_DIR not set")
+
+T.case("the definitions declare every function of the module and nothing else", function()
+    local chunk = assert(loadfile(source .. "/docs/catalogue/zakhost.lua"))
+    local declared = chunk()
+    T.ok(type(declared) == "table", "the definitions return the module table")
+    for name, value in pairs(zh) do
+        if type(value) == "function" then T.ok(type(declared[name]) == "function", "not declared: zakhost." .. name) end
+    end
+    for name in pairs(declared) do T.ok(type(zh[name]) == "function", "declared but absent: zakhost." .. name) end
+end)
+
+T.run()

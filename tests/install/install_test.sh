@@ -1,0 +1,73 @@
+#!/bin/sh
+# Installs the build into a temporary prefix, moves the prefix elsewhere (the install must not
+# depend on the build tree or on where it was put), and uses it the ways the README describes:
+# run a device script and an example with the installed qavlua in a fresh sandbox, build a
+# program through pkg-config, and a project through the CMake package.
+# usage: install_test.sh BUILD_DIR SOURCE_DIR LUA_VERSION [SANITIZERS]
+# (With sanitizers the programs built here without them cannot load the instrumented library;
+# those steps are left out.)
+set -eu
+build=$1
+source=$2
+luaver=$3
+sanitizers=${4:-}
+work=$(mktemp -d "${TMPDIR:-/tmp}/qav-install.XXXXXX")
+trap 'rm -rf "$work"' EXIT
+fail() { echo "FAIL: $*" >&2; exit 1; }
+
+cmake --install "$build" --prefix "$work/stage" >/dev/null
+mv "$work/stage" "$work/prefix"
+prefix=$work/prefix
+
+for f in bin/qavlua bin/qavpkg lib/libqavluacommon.so lib/libzakhost.so lib/zakhost.so \
+         include/qavluacommon/script_engine.h include/qavluacommon/zak_file.h \
+         share/qavluacommon/meta/libqavluacommon.lua share/qavluacommon/meta/zakhost.lua \
+         share/qavluacommon/reference.md \
+         share/qavluacommon/functions.lua share/qavluacommon/examples/upgrade_precheck.lua \
+         lib/pkgconfig/qavluacommon.pc lib/cmake/qavluacommon/qavluacommonConfig.cmake \
+         lib/cmake/qavluacommon/qavluacommonConfigVersion.cmake; do
+    [ -e "$prefix/$f" ] || fail "not installed: $f"
+done
+# No installed object looks into the build tree.
+for f in "$prefix"/bin/qavlua "$prefix"/lib/*.so; do
+    if readelf -d "$f" | grep -E 'R(UN)?PATH' | grep -qF "$build"; then fail "$f refers to the build tree"; fi
+done
+
+# The installed runner in a fresh sandbox: a device script, and an installed example that builds
+# its packages with the installed qavpkg.
+"$prefix/bin/qavlua" init "$work/sandbox" >/dev/null
+"$prefix/bin/qavlua" --root "$work/sandbox" "$source/tests/install/device_check.lua" | grep -qF "installed qavlua ran the device script" ||
+    fail "device script"
+"$prefix/bin/qavlua" init "$work/sandbox2" >/dev/null
+"$prefix/bin/qavlua" --root "$work/sandbox2" "$prefix/share/qavluacommon/examples/upgrade_precheck.lua" >"$work/precheck.out" ||
+    fail "installed example"
+grep -qF "2 finding(s)" "$work/precheck.out" || fail "installed example output"
+
+# pkg-config: a program embedding Lua opens the library.
+export PKG_CONFIG_PATH="$prefix/lib/pkgconfig"
+[ "$(pkg-config --variable=qavlua qavluacommon)" = "$prefix/lib/pkgconfig/../../bin/qavlua" ] || fail "pkg-config qavlua variable"
+if [ -n "$sanitizers" ]; then
+    echo "install: ok (built with $sanitizers: programs outside the build not tried)"
+    exit 0
+fi
+# shellcheck disable=SC2046
+cc -o "$work/embed" "$source/tests/install/embed.c" $(pkg-config --cflags --libs qavluacommon "lua$luaver") ||
+    fail "build through pkg-config"
+ZAKHOST_ROOT=$work/sandbox "$work/embed" | grep -qF "status 0 port 41004" || fail "embedded library"
+
+# The CMake package: a project builds the same program and runs its device-script test.
+cmake -S "$source/tests/install/consumer" -B "$work/consumer" -DCMAKE_PREFIX_PATH="$prefix" >/dev/null ||
+    fail "configure with find_package"
+cmake --build "$work/consumer" >/dev/null || fail "build with the CMake package"
+ZAKHOST_ROOT=$work/sandbox "$work/consumer/embed" | grep -qF "status 0 port 41004" || fail "CMake-built program"
+(cd "$work/consumer" && ctest --output-on-failure >/dev/null) || fail "the project's device-script test"
+grep -qF "$prefix/share/qavluacommon/meta" "$work/consumer/found.txt" || fail "qavluacommon_META_DIR"
+
+# A stock interpreter finds both modules in <prefix>/lib/lua/<version>.
+LUA_CPATH="$prefix/lib/lua/$luaver/?.so;;" ZAKHOST_ROOT=$work/sandbox "lua$luaver" -e \
+    'local m = require "libqavluacommon"; local zh = require "zakhost"; assert(select(2, m.qav_luaAssignPortID(9)) == 41004 and zh.root())' ||
+    fail "stock interpreter with the installed modules"
+
+# The installed definitions are valid Lua.
+"lua$luaver" -e "dofile('$prefix/share/qavluacommon/meta/libqavluacommon.lua')" || fail "definitions"
+echo "install: ok"

@@ -1,0 +1,33 @@
+// Unit tests never touch the machine's own paths: when ZAKHOST_ROOT is not set (a developer
+// running the test binary by hand), every test process gets a fresh sandbox of its own.
+#include <gtest/gtest.h>
+
+#include <cstdlib>
+#include <filesystem>
+#include <string>
+
+#include "host.h"
+
+namespace {
+
+struct ScratchSandbox {
+    std::string made;
+    ScratchSandbox() {
+        const char *root = std::getenv("ZAKHOST_ROOT");
+        if (root != nullptr && *root != '\0' && std::string(root) != "/") return;
+        char pattern[] = "/tmp/zakhost-unit.XXXXXX";
+        if (mkdtemp(pattern) == nullptr) return;
+        made = pattern;
+        setenv("ZAKHOST_ROOT", pattern, 1);
+        zakhost::init_sandbox(pattern);
+        zakhost::reset_environment();
+    }
+    ~ScratchSandbox() {
+        std::error_code ignored;
+        if (!made.empty()) std::filesystem::remove_all(made, ignored);
+    }
+};
+
+const ScratchSandbox kScratch;
+
+} // namespace

@@ -1,0 +1,66 @@
+-- Shared reading of the script-function catalogue for the generators and the catalogue test.
+-- Usage: local cat = dofile(".../tools/gen/catalogue.lua").load(path)
+local M = {}
+
+local TYPE = "^[%a_][%w_%.]*[%[%]%w_|%.]*%??$"
+
+-- Parses "name:type, name:type" into {{name=, type=, optional=}}; returns nil and a message on a
+-- malformed list.
+function M.parse_list(text)
+    local list = {}
+    if text == "" then return list end
+    for item in (text .. ","):gmatch("%s*([^,]*),") do
+        local name, ty = item:match("^([%a_%.][%w_%.]*):(.+)$")
+        if not name then return nil, "malformed item '" .. item .. "'" end
+        ty = ty:gsub("%s+$", "")
+        if not ty:match(TYPE) then return nil, "malformed type '" .. ty .. "' of " .. name end
+        local optional = ty:sub(-1) == "?"
+        if optional then ty = ty:sub(1, -2) end
+        list[#list + 1] = {name = name, type = ty, optional = optional}
+    end
+    return list
+end
+
+-- Loads and validates the catalogue; raises with every problem found.
+function M.load(path)
+    local chunk = assert(loadfile(path))
+    local cat = chunk()
+    local problems = {}
+    local function bad(msg) problems[#problems + 1] = msg end
+    local areas = {}
+    for i, a in ipairs(cat.areas) do
+        areas[a.id] = a
+        a.order = i
+    end
+    local seen = {}
+    for i, f in ipairs(cat.functions) do
+        local where = f.name or ("record " .. i)
+        for _, key in ipairs {"name", "entry", "area", "args", "results", "summary"} do
+            if type(f[key]) ~= "string" then bad(where .. ": field " .. key .. " missing") end
+        end
+        if type(f.codes) ~= "table" then bad(where .. ": codes missing") end
+        if f.name and seen[f.name] then bad(where .. ": listed twice") end
+        if f.name then seen[f.name] = true end
+        if f.area and not areas[f.area] then bad(where .. ": unknown area " .. tostring(f.area)) end
+        local msg
+        if f.args then f.arglist, msg = M.parse_list(f.args) end
+        if msg then bad(where .. ": args: " .. msg) end
+        if f.results then f.resultlist, msg = M.parse_list(f.results) end
+        if msg then bad(where .. ": results: " .. msg) end
+        if type(f.summary) == "string" and not f.summary:match("%.$") then bad(where .. ": summary is not a sentence") end
+    end
+    if #problems > 0 then error(table.concat(problems, "\n"), 0) end
+    return cat
+end
+
+-- The (name, entry) pairs of the registry source, in order, duplicates included.
+function M.registry(path)
+    local entries = {}
+    for line in io.lines(path) do
+        local name, entry = line:match('^QAV_ENTRY%("([^"]+)",%s*([%w_]+)%)')
+        if name then entries[#entries + 1] = {name = name, entry = entry} end
+    end
+    return entries
+end
+
+return M

@@ -1,0 +1,169 @@
+-- Generates, from the script-function catalogue, the Lua language server definitions of the
+-- global libqavluacommon and the Markdown API reference.
+-- usage: lua5.x generate.lua CATALOGUE META_OUT REFERENCE_OUT
+local here = arg[0]:match("^(.*)/[^/]*$") or "."
+local C = dofile(here .. "/catalogue.lua")
+local catalogue_path, meta_out, reference_out = arg[1], arg[2], arg[3]
+if not (catalogue_path and meta_out and reference_out) then
+    io.stderr:write("usage: generate.lua CATALOGUE META_OUT REFERENCE_OUT\n")
+    os.exit(2)
+end
+
+local ok, cat = pcall(C.load, catalogue_path)
+if not ok then
+    io.stderr:write(catalogue_path .. ":\n" .. tostring(cat) .. "\n")
+    os.exit(1)
+end
+
+local KEYWORDS = {}
+for w in ([[and break do else elseif end false for function goto if in local nil not or repeat
+            return then true until while]]):gmatch("%a+") do KEYWORDS[w] = true end
+local function ident(name)
+    if name == "..." then return name end
+    if KEYWORDS[name] then return name .. "_" end
+    return name
+end
+
+-- A code line "CODE meaning" with the code set as inline code, so that Markdown does not read
+-- a leading ">" or "<" as markup.
+local function code_line(text)
+    local code, meaning = text:match("^([<>=]*%-?%d[%w]*)%s+(.*)$")
+    if not code then return text end
+    return "`" .. code .. "` " .. meaning
+end
+
+-- Functions grouped by area in catalogue order, areas in their listed order.
+local byArea = {}
+for _, f in ipairs(cat.functions) do
+    byArea[f.area] = byArea[f.area] or {}
+    table.insert(byArea[f.area], f)
+end
+
+local function write(path, text)
+    local file = assert(io.open(path .. ".tmp", "w"))
+    file:write(text)
+    file:close()
+    assert(os.rename(path .. ".tmp", path))
+end
+
+-- Lua language server definitions ----------------------------------------------------------------
+local meta = {
+    "---@meta libqavluacommon",
+    "-- Generated from docs/catalogue/functions.lua by tools/gen/generate.lua; do not edit.",
+    "-- Point the Lua language server's workspace.library at the folder holding this file.",
+    "",
+    "---The script functions of libqavluacommon. Device scripts reach them through the global",
+    "---`libqavluacommon` (qavlua and the device load it) or `require \"libqavluacommon\"`.",
+    "---@class libqavluacommon",
+    "libqavluacommon = {}",
+    "",
+}
+local function add(line) meta[#meta + 1] = line end
+
+for _, area in ipairs(cat.areas) do
+    add("-- " .. area.title .. " " .. string.rep("-", math.max(3, 90 - #area.title)))
+    add("")
+    for _, f in ipairs(byArea[area.id] or {}) do
+        add("---" .. f.summary)
+        if #f.codes > 0 then
+            add("---")
+            add("---Codes:")
+            for _, c in ipairs(f.codes) do add("--- * " .. code_line(c)) end
+        end
+        add("---")
+        add("---Entry function `" .. f.entry .. "`; area: " .. area.title .. ".")
+        local params = {}
+        for _, a in ipairs(f.arglist) do
+            local name = ident(a.name)
+            params[#params + 1] = name
+            add(("---@param %s%s %s"):format(name, a.optional and "?" or "", a.type))
+        end
+        for _, r in ipairs(f.resultlist) do
+            if r.name == "..." then
+                add(("---@return %s ..."):format(r.type))
+            else
+                add(("---@return %s%s %s"):format(r.type, r.optional and "?" or "", ident(r.name)))
+            end
+        end
+        add(("function libqavluacommon.%s(%s) end"):format(f.name, table.concat(params, ", ")))
+        add("")
+    end
+end
+add("return libqavluacommon")
+write(meta_out, table.concat(meta, "\n") .. "\n")
+
+-- Markdown reference ---------------------------------------------------------------------------
+local md = {}
+local function put(line) md[#md + 1] = line end
+local function signature(f)
+    local params = {}
+    for _, a in ipairs(f.arglist) do params[#params + 1] = a.name .. (a.optional and "?" or "") end
+    local results = {}
+    for _, r in ipairs(f.resultlist) do results[#results + 1] = r.name .. (r.optional and "?" or "") end
+    local call = ("libqavluacommon.%s(%s)"):format(f.name, table.concat(params, ", "))
+    if #results > 0 then call = table.concat(results, ", ") .. " = " .. call end
+    return call
+end
+local function escape(text) return (text:gsub("|", "\\|")) end
+
+put("# libqavluacommon script function reference")
+put("")
+put("Generated from `docs/catalogue/functions.lua`; do not edit. " .. #cat.functions ..
+    " script functions in " .. #cat.areas .. " areas. Every function is called as")
+put("`libqavluacommon.<name>(...)` and never raises a Lua error: failures come back as result codes.")
+put("Codes are shown as the script sees them; `0xFFFFFFFF` is the unsigned form of -1.")
+put("")
+put("## Areas")
+put("")
+for _, area in ipairs(cat.areas) do
+    local anchor = area.title:lower():gsub("[^%w%s-]", ""):gsub("%s", "-")
+    put(("- [%s](#%s) (%d)"):format(area.title, anchor, #(byArea[area.id] or {})))
+end
+put("")
+for _, area in ipairs(cat.areas) do
+    put("## " .. area.title)
+    put("")
+    put("| Function | Summary |")
+    put("|---|---|")
+    for _, f in ipairs(byArea[area.id] or {}) do
+        put(("| [`%s`](#%s) | %s |"):format(f.name, f.name:lower(), escape(f.summary)))
+    end
+    put("")
+    for _, f in ipairs(byArea[area.id] or {}) do
+        put("### " .. f.name)
+        put("")
+        put("```lua")
+        put(signature(f))
+        put("```")
+        put("")
+        put(f.summary .. " Entry function `" .. f.entry .. "`.")
+        put("")
+        if #f.arglist > 0 then
+            put("| Argument | Type |")
+            put("|---|---|")
+            for _, a in ipairs(f.arglist) do
+                put(("| `%s` | `%s`%s |"):format(a.name, escape(a.type), a.optional and " (may be left out)" or ""))
+            end
+        else
+            put("No arguments.")
+        end
+        put("")
+        if #f.resultlist > 0 then
+            put("| Result | Type |")
+            put("|---|---|")
+            for _, r in ipairs(f.resultlist) do
+                put(("| `%s` | `%s`%s |"):format(r.name, escape(r.type), r.optional and " (on some paths only)" or ""))
+            end
+        else
+            put("No results.")
+        end
+        put("")
+        if #f.codes > 0 then
+            put("Codes:")
+            put("")
+            for _, c in ipairs(f.codes) do put("- " .. code_line(c)) end
+            put("")
+        end
+    end
+end
+write(reference_out, table.concat(md, "\n"))
