@@ -19,7 +19,9 @@ rm -rf "$run"
 mkdir -p "$run/corpus" "$run/artifacts"
 jail=()
 if command -v bwrap >/dev/null && bwrap --ro-bind / / --dev /dev true 2>/dev/null; then
-    jail=(bwrap --ro-bind / / --dev /dev --proc /proc --tmpfs /tmp --tmpfs /dev/shm --bind "$run" "$run")
+    # A checkout or build under /tmp stays visible (read-only) under the private /tmp.
+    jail=(bwrap --ro-bind / / --dev /dev --proc /proc --tmpfs /tmp --tmpfs /dev/shm --ro-bind "$src" "$src"
+          --ro-bind "$build" "$build" --bind "$run" "$run")
 else
     echo "fuzz: bubblewrap unavailable, running without the read-only jail"
 fi
