@@ -158,15 +158,25 @@ QAV_ENTRY_FUNCTION QAV_GetUptimeSec(lua_State *state) {
     return Uptime(state, ZAK_GetUptimeSec);
 }
 
-QAV_ENTRY_FUNCTION QAV_SystimeRelSecCal(lua_State *state) {
+// The two time-record arguments of the comparison functions; false with the status to push.
+bool ReadTimePair(lua_State *state, const char *countMessage, SYS_TIME *first, SYS_TIME *second,
+                  uint32_t *status) {
     if (!qav::ArgCountIs(state, 2)) {
-        LogCount("QAV_SystimeRelSecCal proc fail SYSDT_SPTI_GetTop. uiRet = %d \n");
-        return qav::ReturnUInt(state, 1);
+        LogCount(countMessage);
+        *status = 1;
+        return false;
     }
+    *status = ReadTwoTimes(state, first, second);
+    return *status == 0;
+}
+
+QAV_ENTRY_FUNCTION QAV_SystimeRelSecCal(lua_State *state) {
     SYS_TIME first{};
     SYS_TIME second{};
-    uint32_t rc = ReadTwoTimes(state, &first, &second);
-    if (rc != 0) return qav::ReturnUInt(state, rc);
+    if (uint32_t status = 0;
+        !ReadTimePair(state, "QAV_SystimeRelSecCal proc fail SYSDT_SPTI_GetTop. uiRet = %d \n", &first,
+                      &second, &status))
+        return qav::ReturnUInt(state, status);
     // The comparison is made twice, as the platform's callers always have.
     (void)NUK_SystimeCompare(&first, &second);
     uint32_t order = NUK_SystimeCompare(&first, &second);
@@ -179,14 +189,11 @@ QAV_ENTRY_FUNCTION QAV_SystimeRelSecCal(lua_State *state) {
 }
 
 QAV_ENTRY_FUNCTION QAV_SystimeRelDayCal(lua_State *state) {
-    if (!qav::ArgCountIs(state, 2)) {
-        LogCount("QAV_GetEcmCid proc fail SYSDT_SPTI_GetTop. uiRet = %d \n");
-        return qav::ReturnUInt(state, 1);
-    }
     SYS_TIME first{};
     SYS_TIME second{};
-    uint32_t rc = ReadTwoTimes(state, &first, &second);
-    if (rc != 0) return qav::ReturnUInt(state, rc);
+    if (uint32_t status = 0; !ReadTimePair(state, "QAV_GetEcmCid proc fail SYSDT_SPTI_GetTop. uiRet = %d \n",
+                                           &first, &second, &status))
+        return qav::ReturnUInt(state, status);
     uint32_t days = NUK_SystimeRelDayCal(&first, &second);
     if (days > 0xFFFFFFFEu)
         QAV_Log(0, qav::kTimeLogCode, "QAV_GetEcmCid proc fail NUK_SystimeRelDayCal. uiRet = %d \n", days);
@@ -194,14 +201,11 @@ QAV_ENTRY_FUNCTION QAV_SystimeRelDayCal(lua_State *state) {
 }
 
 QAV_ENTRY_FUNCTION QAV_SystimeCompare(lua_State *state) {
-    if (!qav::ArgCountIs(state, 2)) {
-        LogCount("QAV_GetEcmCid proc fail SYSDT_SPTI_GetTop. uiRet = %d \n");
-        return qav::ReturnUInt(state, 1);
-    }
     SYS_TIME first{};
     SYS_TIME second{};
-    uint32_t rc = ReadTwoTimes(state, &first, &second);
-    if (rc != 0) return qav::ReturnUInt(state, rc);
+    if (uint32_t status = 0; !ReadTimePair(state, "QAV_GetEcmCid proc fail SYSDT_SPTI_GetTop. uiRet = %d \n",
+                                           &first, &second, &status))
+        return qav::ReturnUInt(state, status);
     return qav::ReturnUInt(state, NUK_SystimeCompare(&first, &second));
 }
 
