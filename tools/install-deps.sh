@@ -3,8 +3,8 @@
 # As root it runs apt-get; otherwise it prints the one command to run.
 # usage: tools/install-deps.sh [LUA_VERSION | fuzz | arm ...]   (default 5.4)
 #   fuzz   clang and its libFuzzer runtime, bubblewrap (tests/fuzz/run_fuzz.sh)
-#   arm    the armhf cross compiler, qemu-user and the armhf -dev packages (tools/arm-build.sh);
-#          adds the armhf architecture to dpkg
+#   arm    the armhf cross compiler and qemu-user; adds the armhf architecture to dpkg so that
+#          tools/arm-build.sh can download the armhf libraries into its sysroot
 set -eu
 args=${*:-5.4}
 packages="cmake make g++ pkg-config libxml2-dev libssl-dev libcrypt-dev libgtest-dev openssl bubblewrap"
@@ -15,8 +15,7 @@ for a in $args; do
     fuzz) packages="$packages clang libclang-rt-14-dev" ;;
     arm)
         arm=yes
-        packages="$packages g++-arm-linux-gnueabihf qemu-user qemu-user-static file liblua5.4-dev:armhf"
-        packages="$packages libxml2-dev:armhf libssl-dev:armhf libcrypt-dev:armhf libgtest-dev:armhf"
+        packages="$packages g++-arm-linux-gnueabihf qemu-user qemu-user-static file"
         ;;
     *) packages="$packages liblua$a-dev lua$a" ;;
     esac
@@ -25,6 +24,9 @@ missing=""
 for p in $packages; do
     dpkg-query -W -f='${Status}' "$p" 2>/dev/null | grep -q "install ok installed" || missing="$missing $p"
 done
+if [ $arm = yes ] && ! dpkg --print-foreign-architectures | grep -qx armhf; then
+    missing="$missing (armhf-architecture)"
+fi
 [ -z "$missing" ] && exit 0
 if [ "$(id -u)" -eq 0 ]; then
     echo "installing:$missing"
@@ -33,7 +35,8 @@ if [ "$(id -u)" -eq 0 ]; then
         dpkg --add-architecture armhf
     fi
     apt-get update -qq || true
-    apt-get install -y -qq --no-install-recommends $missing >/dev/null
+    missing=$(echo "$missing" | sed 's/ (armhf-architecture)//')
+    [ -z "$missing" ] || apt-get install -y -qq --no-install-recommends $missing >/dev/null
 else
     echo "missing Debian packages; run as root:" >&2
     [ $arm = yes ] && echo "  dpkg --add-architecture armhf && apt-get update" >&2
