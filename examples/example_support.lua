@@ -13,9 +13,10 @@ local function sh(command)
 end
 S.sh = sh
 
--- qavpkg lives next to qavlua (the build's bin directory or an install prefix's bin).
+-- qavpkg lives next to qavlua (the build's bin directory or an install prefix's bin); QAVLUA_EXE
+-- names qavlua where /proc cannot (a runner started through an emulator).
 local function qavpkg_path()
-    local p = io.popen("readlink /proc/$PPID/exe")
+    local p = io.popen("echo ${QAVLUA_EXE:-$(readlink /proc/$PPID/exe)}")
     local exe = p:read("*l")
     p:close()
     return (exe:gsub("/[^/]*$", "")) .. "/qavpkg"

@@ -5,12 +5,14 @@
 # program through pkg-config, and a project through the CMake package.
 # usage: install_test.sh BUILD_DIR SOURCE_DIR LUA_VERSION [SANITIZERS]
 # (With sanitizers the programs built here without them cannot load the instrumented library;
-# those steps are left out.)
+# in a cross build the host's compiler cannot build for the target: those steps are left out.
+# QAV_TARGET_RUN, when set, is the emulator that starts the target's programs.)
 set -eu
 build=$1
 source=$2
 luaver=$3
 sanitizers=${4:-}
+run=${QAV_TARGET_RUN:-}
 work=$(mktemp -d "${TMPDIR:-/tmp}/qav-install.XXXXXX")
 trap 'rm -rf "$work"' EXIT
 fail() { echo "FAIL: $*" >&2; exit 1; }
@@ -33,21 +35,34 @@ for f in "$prefix"/bin/qavlua "$prefix"/lib/*.so; do
     if readelf -d "$f" | grep -E 'R(UN)?PATH' | grep -qF "$build"; then fail "$f refers to the build tree"; fi
 done
 
+# In a cross build the installed programs start through the emulator, from wrappers that stand
+# next to each other as the installed ones do (the example finds qavpkg beside qavlua).
+qavlua=$prefix/bin/qavlua
+if [ -n "$run" ]; then
+    mkdir "$work/emulated"
+    for tool in qavlua qavpkg; do
+        printf '#!/bin/sh\nexec %s "%s" "$@"\n' "$run" "$prefix/bin/$tool" >"$work/emulated/$tool"
+        chmod +x "$work/emulated/$tool"
+    done
+    qavlua=$work/emulated/qavlua
+    export QAVLUA_EXE="$qavlua"
+fi
+
 # The installed runner in a fresh sandbox: a device script, and an installed example that builds
 # its packages with the installed qavpkg.
-"$prefix/bin/qavlua" init "$work/sandbox" >/dev/null
-"$prefix/bin/qavlua" --root "$work/sandbox" "$source/tests/install/device_check.lua" | grep -qF "installed qavlua ran the device script" ||
+"$qavlua" init "$work/sandbox" >/dev/null
+"$qavlua" --root "$work/sandbox" "$source/tests/install/device_check.lua" | grep -qF "installed qavlua ran the device script" ||
     fail "device script"
-"$prefix/bin/qavlua" init "$work/sandbox2" >/dev/null
-"$prefix/bin/qavlua" --root "$work/sandbox2" "$prefix/share/qavluacommon/examples/upgrade_precheck.lua" >"$work/precheck.out" ||
+"$qavlua" init "$work/sandbox2" >/dev/null
+"$qavlua" --root "$work/sandbox2" "$prefix/share/qavluacommon/examples/upgrade_precheck.lua" >"$work/precheck.out" ||
     fail "installed example"
 grep -qF "2 finding(s)" "$work/precheck.out" || fail "installed example output"
 
 # pkg-config: a program embedding Lua opens the library.
 export PKG_CONFIG_PATH="$prefix/lib/pkgconfig"
 [ "$(pkg-config --variable=qavlua qavluacommon)" = "$prefix/lib/pkgconfig/../../bin/qavlua" ] || fail "pkg-config qavlua variable"
-if [ -n "$sanitizers" ]; then
-    echo "install: ok (built with $sanitizers: programs outside the build not tried)"
+if [ -n "$sanitizers" ] || [ -n "$run" ]; then
+    echo "install: ok (${sanitizers:-cross} build: programs outside the build not tried)"
     exit 0
 fi
 # shellcheck disable=SC2046
