@@ -5,6 +5,7 @@
 #include <unistd.h>
 
 #include <chrono>
+#include <cstddef>
 #include <cstdlib>
 #include <fstream>
 #include <sstream>
@@ -106,7 +107,8 @@ TEST(HostMemory, LiveBlocksAreCounted) {
     void *b = ZAK_Malloc_F(nullptr, 0, 28, "test", __LINE__);
     ASSERT_NE(a, nullptr);
     ASSERT_NE(b, nullptr);
-    EXPECT_EQ(reinterpret_cast<uintptr_t>(a) % 16, 0u);
+    EXPECT_EQ(reinterpret_cast<uintptr_t>(a) % alignof(std::max_align_t), 0u);
+    EXPECT_EQ(reinterpret_cast<uintptr_t>(b) % alignof(std::max_align_t), 0u);
     EXPECT_EQ(zakhost::live_blocks(), blocks + 2);
     EXPECT_EQ(zakhost::live_bytes(), bytes + 128);
     EXPECT_EQ(ZAK_Free_F(a, "test", __LINE__), 0u);
