@@ -464,6 +464,30 @@ int Probe(lua_State *L) {
     return taken;
 }
 
+// The process's standard descriptors as they were at the start: no call may close or replace them
+// (a script hands descriptor numbers in as plain integers).
+struct StandardDescriptor {
+    bool open = false;
+    dev_t device = 0;
+    ino_t inode = 0;
+};
+StandardDescriptor g_standard[3];
+
+StandardDescriptor Describe(int fd) {
+    struct stat record {};
+    if (fstat(fd, &record) != 0) return {};
+    return {true, record.st_dev, record.st_ino};
+}
+
+void CheckStandardDescriptors(const char *script) {
+    for (int fd = 0; fd < 3; ++fd) {
+        StandardDescriptor now = Describe(fd);
+        if (g_standard[fd].open &&
+            (!now.open || now.device != g_standard[fd].device || now.inode != g_standard[fd].inode))
+            CallFinding(script, "descriptor", "closed or replaced standard descriptor " + std::to_string(fd));
+    }
+}
+
 lua_State *NewState() {
     lua_State *L = luaL_newstate();
     luaL_openlibs(L);
@@ -570,6 +594,8 @@ void Setup() {
     g_openDir = PositionOf("luafs_opendir");
     g_closeDir = PositionOf("luafs_closedir");
     g_shared = NewState();
+    for (int fd = 0; fd < 3; ++fd)
+        g_standard[fd] = Describe(fd);
 }
 
 void Teardown() {
@@ -620,6 +646,7 @@ void RunInput(const uint8_t *data, size_t size) {
                 stderr, "slow call: %s with %d arguments: %lld ms\n", entry.name, count,
                 static_cast<long long>(std::chrono::duration_cast<std::chrono::milliseconds>(took).count()));
         zakhost::inject("NUK_SemaP", 0, 0, 0);
+        CheckStandardDescriptors(entry.name);
         // Running out of memory is the allocator's limit, not the function's fault: the runners
         // cap single allocations (as the device's memory pool does), and the interpreter raises
         // its memory error when one of its own allocations is refused.

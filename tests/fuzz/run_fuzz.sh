@@ -40,4 +40,11 @@ if [ "$status" -ne 0 ]; then
     tail -40 "$run/log"
     exit 1
 fi
+# libFuzzer ends a clean run with "Done N runs"; without it the log was cut short (a call that
+# took the fuzzer's output away would otherwise pass unseen).
+if ! grep -qE '^Done [0-9]+ runs' "$run/log"; then
+    echo "fuzz: the run ended without libFuzzer's final report"
+    tail -20 "$run/log"
+    exit 1
+fi
 echo "fuzz: no finding in ${seconds} s"

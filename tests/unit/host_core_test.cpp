@@ -1,5 +1,6 @@
 // The host platform core: handles, allocator, clocks, INI files, file-layer codes, fault
 // injection and the structured log records.
+#include <fcntl.h>
 #include <gtest/gtest.h>
 #include <sys/stat.h>
 #include <unistd.h>
@@ -175,6 +176,19 @@ TEST(HostFileLayer, ErrnoBecomesLayerCodes) {
     EXPECT_EQ(P_ZAK_FSync(fd, 0), 0);
     EXPECT_EQ(P_ZAK_Close(fd, 0), 0);
     EXPECT_EQ(P_ZAK_Close(fd, 0), ZAK_FILE_BAD_DESCRIPTOR);
+    // Descriptors the layer did not open are not touched: standard error stays open.
+    int other = open(file.c_str(), O_RDWR);
+    ASSERT_GE(other, 0);
+    for (int foreign : {2, other}) {
+        EXPECT_EQ(P_ZAK_Write(foreign, "x", 1, 0), ZAK_FILE_BAD_DESCRIPTOR);
+        EXPECT_EQ(P_ZAK_Read(foreign, buf, 1, 0), ZAK_FILE_BAD_DESCRIPTOR);
+        EXPECT_EQ(P_ZAK_LSeek(foreign, 0, ZAK_SEEK_SET, 0), ZAK_FILE_BAD_DESCRIPTOR);
+        EXPECT_EQ(P_ZAK_FSync(foreign, 0), ZAK_FILE_BAD_DESCRIPTOR);
+        EXPECT_EQ(P_ZAK_Close(foreign, 0), ZAK_FILE_BAD_DESCRIPTOR);
+        EXPECT_NE(fcntl(foreign, F_GETFD), -1);
+    }
+    EXPECT_EQ(Slurp(file), "hello");
+    close(other);
     EXPECT_EQ(P_ZAK_Open((dir + "/none").c_str(), ZAK_O_RDONLY, 0, 0), ZAK_FILE_NOT_FOUND);
     EXPECT_EQ(P_ZAK_Open(file.c_str(), 0, 0, 0), ZAK_FILE_INVALID);
     EXPECT_EQ(P_ZAK_Open(dir.c_str(), ZAK_O_WRONLY, 0, 0), ZAK_FILE_IS_DIR);

@@ -1,5 +1,9 @@
 // The platform file layer on Linux: the system's descriptor calls, with errno mapped to the
 // layer's negative codes. Each call can be made to fail through fault injection.
+// The layer works only on descriptors it opened itself. A script hands descriptor numbers in as
+// plain integers; without the check, "close 2" would close the runner's standard error and
+// "write 5" would write into whatever file the interpreter or another script state has as 5.
+// A number the layer did not open gets the bad-descriptor code, as a closed one does.
 #include <fcntl.h>
 #include <sys/stat.h>
 #include <unistd.h>
@@ -52,6 +56,10 @@ int32_t checked(long result) {
     return result < 0 ? code_of(errno) : static_cast<int32_t>(result);
 }
 
+bool foreign(int32_t fd) {
+    return !zakhost::fd_is_open(fd);
+}
+
 } // namespace
 
 extern "C" {
@@ -80,6 +88,7 @@ int32_t P_ZAK_Open(const char *path, uint32_t flags, uint32_t, uint32_t mode) {
 int32_t P_ZAK_Read(int32_t fd, void *buffer, uint32_t length, uint32_t) {
     int32_t fail = 0;
     if (fail_injected("P_ZAK_Read", &fail)) return fail;
+    if (foreign(fd)) return ZAK_FILE_BAD_DESCRIPTOR;
     if (buffer == nullptr && length > 0) return ZAK_FILE_INVALID;
     return checked(read(fd, buffer, length));
 }
@@ -87,6 +96,7 @@ int32_t P_ZAK_Read(int32_t fd, void *buffer, uint32_t length, uint32_t) {
 int32_t P_ZAK_Write(int32_t fd, const void *buffer, uint32_t length, uint32_t) {
     int32_t fail = 0;
     if (fail_injected("P_ZAK_Write", &fail)) return fail;
+    if (foreign(fd)) return ZAK_FILE_BAD_DESCRIPTOR;
     if (buffer == nullptr && length > 0) return ZAK_FILE_INVALID;
     return checked(write(fd, buffer, length));
 }
@@ -94,6 +104,7 @@ int32_t P_ZAK_Write(int32_t fd, const void *buffer, uint32_t length, uint32_t) {
 int32_t P_ZAK_LSeek(int32_t fd, int32_t offset, int32_t origin, uint32_t) {
     int32_t fail = 0;
     if (fail_injected("P_ZAK_LSeek", &fail)) return fail;
+    if (foreign(fd)) return ZAK_FILE_BAD_DESCRIPTOR;
     int whence = origin == ZAK_SEEK_SET   ? SEEK_SET
                  : origin == ZAK_SEEK_CUR ? SEEK_CUR
                  : origin == ZAK_SEEK_END ? SEEK_END
@@ -108,14 +119,17 @@ int32_t P_ZAK_LSeek(int32_t fd, int32_t offset, int32_t origin, uint32_t) {
 int32_t P_ZAK_FSync(int32_t fd, uint32_t) {
     int32_t fail = 0;
     if (fail_injected("P_ZAK_FSync", &fail)) return fail;
+    if (foreign(fd)) return ZAK_FILE_BAD_DESCRIPTOR;
     return checked(fsync(fd));
 }
 
 int32_t P_ZAK_Close(int32_t fd, uint32_t) {
     int32_t fail = 0;
     if (fail_injected("P_ZAK_Close", &fail)) return fail;
+    if (foreign(fd)) return ZAK_FILE_BAD_DESCRIPTOR;
     int32_t result = checked(close(fd));
-    if (result == 0 || result == ZAK_FILE_BAD_DESCRIPTOR) zakhost::fd_closed(fd);
+    // Linux frees the number even when close reports an error, so it leaves the register anyway.
+    zakhost::fd_closed(fd);
     return result;
 }
 

@@ -76,6 +76,11 @@ void fd_closed(int32_t fd) {
     g_registered.erase(fd);
 }
 
+bool fd_is_open(int32_t fd) {
+    std::lock_guard lock(g_lock);
+    return g_paths.count(fd) != 0;
+}
+
 } // namespace zakhost
 
 extern "C" int32_t P_ZAK_FdLeakCheckInfoSet(const ZAK_FD_LEAK_CHECK_INFO *info) {

@@ -11,5 +11,7 @@ namespace zakhost {
 void fd_opened(int32_t fd, const std::string &path);
 // A closed descriptor leaves the register (and loses its name).
 void fd_closed(int32_t fd);
+// Whether the file layer opened this descriptor and has not closed it yet.
+bool fd_is_open(int32_t fd);
 
 } // namespace zakhost

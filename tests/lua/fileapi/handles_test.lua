@@ -29,6 +29,22 @@ T.case("open refuses unknown modes and bad arguments with the handle 0", functio
     T.eq(T.results(m.qav_spt_fopen(0, "plain.txt", "r", 1)), { n = 2, BAD, 0 })
 end)
 
+T.case("descriptor numbers not opened here are refused and left alone", function()
+    -- A file the interpreter itself has open, and the runner's standard descriptors: whatever
+    -- numbers they have, a script's writes and closes by number must not reach them.
+    local own = assert(io.open("own.txt", "w"))
+    own:write("keep"); own:flush()
+    for fd = 0, 63 do
+        T.eq(m.qav_spt_fwrite(0, fd, "X"), -1048585, "write to " .. fd)
+        T.eq(m.qav_spt_fclose(0, fd), -1048585, "close " .. fd)
+    end
+    T.ok(own:write("!"), "the interpreter's file is still open")
+    own:close()
+    T.eq(read_file("own.txt"), "keep!")
+    T.ok(io.stderr:write(""), "standard error is still open")
+    T.ok(io.stdout:write(""), "standard output is still open")
+end)
+
 T.case("each mode maps to its flags: truncate, append, create with 0640", function()
     write_file("modes.txt", "hello")
     local fd, h = open("modes.txt", "a")
