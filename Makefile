@@ -5,6 +5,7 @@
 #                the headers, the language-server definitions and the reference (default /usr/local)
 # Options: LUA=5.2|5.3|5.4 (default 5.4), BUILD=<dir> (default build), SANITIZE=address,undefined,
 # BENCH=OFF (skip building the benchmarks)
+MAKEFLAGS += --no-print-directory
 LUA ?= 5.4
 BUILD ?= build
 SANITIZE ?=
