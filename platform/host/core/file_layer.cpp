@@ -126,11 +126,9 @@ int32_t P_ZAK_FSync(int32_t fd, uint32_t) {
 int32_t P_ZAK_Close(int32_t fd, uint32_t) {
     int32_t fail = 0;
     if (fail_injected("P_ZAK_Close", &fail)) return fail;
-    if (foreign(fd)) return ZAK_FILE_BAD_DESCRIPTOR;
-    int32_t result = checked(close(fd));
     // Linux frees the number even when close reports an error, so it leaves the register anyway.
-    zakhost::fd_closed(fd);
-    return result;
+    if (!zakhost::fd_closing(fd)) return ZAK_FILE_BAD_DESCRIPTOR;
+    return checked(close(fd));
 }
 
 int32_t P_ZAK_Mkdir(const char *path, uint32_t mode, uint32_t) {

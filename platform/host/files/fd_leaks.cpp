@@ -70,10 +70,10 @@ void fd_opened(int32_t fd, const std::string &path) {
     g_registered.erase(fd); // a reused number starts afresh
 }
 
-void fd_closed(int32_t fd) {
+bool fd_closing(int32_t fd) {
     std::lock_guard lock(g_lock);
-    g_paths.erase(fd);
     g_registered.erase(fd);
+    return g_paths.erase(fd) != 0;
 }
 
 bool fd_is_open(int32_t fd) {
