@@ -188,6 +188,22 @@ void RPM_Os_Free(void *block);
 
 #ifdef __cplusplus
 }
+
+/* The fields of ISSU_PKGINFO with the keys that name them in the file, in field order: the
+ * reader and the script queries walk the same table. */
+struct ISSU_PKGINFO_FIELD {
+    const char *key;
+    char *ISSU_PKGINFO::*member;
+};
+inline constexpr ISSU_PKGINFO_FIELD kIssuPkgInfoFields[] = {
+    {"Name", &ISSU_PKGINFO::pcName},
+    {"Version", &ISSU_PKGINFO::pcVersion},
+    {"Type", &ISSU_PKGINFO::pcType},
+    {"Product", &ISSU_PKGINFO::pcProduct},
+    {"Copyright", &ISSU_PKGINFO::pcCopyright},
+    {"Origin", &ISSU_PKGINFO::pcOrigin},
+    {"CustomPatchVersionPattern", &ISSU_PKGINFO::pcCustomPatchVersionPattern},
+};
 #endif
 
 #endif

@@ -178,34 +178,32 @@ QAV_ENTRY_FUNCTION QAV_GetMMBDLDHandle(lua_State *state) {
     return 2;
 }
 
+// The VNF and VNFC queries: the hook's code decides between 0 and the texts it filled, or the
+// failure code (logged) and as many empty texts.
+template <size_t Count>
+int PushHookTexts(lua_State *state, uint32_t ret, const char *hook, const char (&texts)[Count][32]) {
+    if (ret != 0) {
+        QAV_STDiagLogToFile(kVnfDiagModule, kDiagLevel, "%s fail! RetCode:%u.", hook, ret);
+        SYSDT_SPTI_PushUInt(state, qav::kFailed);
+        PushEmpty(state, Count);
+    } else {
+        SYSDT_SPTI_PushUInt(state, qav::kOk);
+        for (const auto &text : texts)
+            SYSDT_SPTI_PushString(state, text, sizeof text);
+    }
+    return Count + 1;
+}
+
 QAV_ENTRY_FUNCTION QAV_GetCurVNFInfo(lua_State *state) {
     char texts[4][32] = {};
     uint32_t ret = RPM_GetVNFInfo_HOOK(texts[0], 32, texts[1], 32, texts[2], 32, texts[3], 32);
-    if (ret != 0) {
-        QAV_STDiagLogToFile(kVnfDiagModule, kDiagLevel, "RPM_GetVNFInfo_HOOK fail! RetCode:%u.", ret);
-        SYSDT_SPTI_PushUInt(state, qav::kFailed);
-        PushEmpty(state, 4);
-        return 5;
-    }
-    SYSDT_SPTI_PushUInt(state, qav::kOk);
-    for (const auto &text : texts)
-        SYSDT_SPTI_PushString(state, text, sizeof text);
-    return 5;
+    return PushHookTexts(state, ret, "RPM_GetVNFInfo_HOOK", texts);
 }
 
 QAV_ENTRY_FUNCTION QAV_GetCurVNFCInfo(lua_State *state) {
     char texts[3][32] = {};
     uint32_t ret = RPM_GetVNFCInfo_HOOK(texts[0], 32, texts[1], 32, texts[2], 32);
-    if (ret != 0) {
-        QAV_STDiagLogToFile(kVnfDiagModule, kDiagLevel, "RPM_GetVNFCInfo_HOOK fail! RetCode:%u.", ret);
-        SYSDT_SPTI_PushUInt(state, qav::kFailed);
-        PushEmpty(state, 3);
-        return 4;
-    }
-    SYSDT_SPTI_PushUInt(state, qav::kOk);
-    for (const auto &text : texts)
-        SYSDT_SPTI_PushString(state, text, sizeof text);
-    return 4;
+    return PushHookTexts(state, ret, "RPM_GetVNFCInfo_HOOK", texts);
 }
 
 QAV_ENTRY_FUNCTION QAV_GetCurNEInfo(lua_State *state) {

@@ -18,21 +18,6 @@ constexpr int32_t kBadArguments = -1;
 constexpr int32_t kUnreadable = -2;
 constexpr int32_t kNoSuchField = -3;
 
-struct InfoField {
-    const char *key;
-    char *ISSU_PKGINFO::*member;
-};
-
-const InfoField kInfoFields[] = {
-    {"Name", &ISSU_PKGINFO::pcName},
-    {"Version", &ISSU_PKGINFO::pcVersion},
-    {"Type", &ISSU_PKGINFO::pcType},
-    {"Product", &ISSU_PKGINFO::pcProduct},
-    {"Copyright", &ISSU_PKGINFO::pcCopyright},
-    {"Origin", &ISSU_PKGINFO::pcOrigin},
-    {"CustomPatchVersionPattern", &ISSU_PKGINFO::pcCustomPatchVersionPattern},
-};
-
 void PushText(lua_State *state, const char *text) {
     SYSDT_SPTI_PushString(state, text, static_cast<uint32_t>(std::strlen(text) + 1));
 }
@@ -87,7 +72,7 @@ QAV_ENTRY_FUNCTION l_get_pkginfo(lua_State *state) {
     ISSU_PKGINFO *info = OpenInfoArgument(state, slot.ArgCount(), "l_get_pkginfo", &code);
     if (info == nullptr) return slot.Finish(code);
     qav::TableBuilder table(state);
-    for (const InfoField &field : kInfoFields) {
+    for (const ISSU_PKGINFO_FIELD &field : kIssuPkgInfoFields) {
         const char *text = info->*field.member;
         if (text != nullptr) table.String(field.key, text, static_cast<uint32_t>(std::strlen(text) + 1));
     }

@@ -56,10 +56,6 @@ int32_t checked(long result) {
     return result < 0 ? code_of(errno) : static_cast<int32_t>(result);
 }
 
-bool foreign(int32_t fd) {
-    return !zakhost::fd_is_open(fd);
-}
-
 } // namespace
 
 extern "C" {
@@ -88,7 +84,7 @@ int32_t P_ZAK_Open(const char *path, uint32_t flags, uint32_t, uint32_t mode) {
 int32_t P_ZAK_Read(int32_t fd, void *buffer, uint32_t length, uint32_t) {
     int32_t fail = 0;
     if (fail_injected("P_ZAK_Read", &fail)) return fail;
-    if (foreign(fd)) return ZAK_FILE_BAD_DESCRIPTOR;
+    if (!zakhost::fd_is_open(fd)) return ZAK_FILE_BAD_DESCRIPTOR;
     if (buffer == nullptr && length > 0) return ZAK_FILE_INVALID;
     return checked(read(fd, buffer, length));
 }
@@ -96,7 +92,7 @@ int32_t P_ZAK_Read(int32_t fd, void *buffer, uint32_t length, uint32_t) {
 int32_t P_ZAK_Write(int32_t fd, const void *buffer, uint32_t length, uint32_t) {
     int32_t fail = 0;
     if (fail_injected("P_ZAK_Write", &fail)) return fail;
-    if (foreign(fd)) return ZAK_FILE_BAD_DESCRIPTOR;
+    if (!zakhost::fd_is_open(fd)) return ZAK_FILE_BAD_DESCRIPTOR;
     if (buffer == nullptr && length > 0) return ZAK_FILE_INVALID;
     return checked(write(fd, buffer, length));
 }
@@ -104,7 +100,7 @@ int32_t P_ZAK_Write(int32_t fd, const void *buffer, uint32_t length, uint32_t) {
 int32_t P_ZAK_LSeek(int32_t fd, int32_t offset, int32_t origin, uint32_t) {
     int32_t fail = 0;
     if (fail_injected("P_ZAK_LSeek", &fail)) return fail;
-    if (foreign(fd)) return ZAK_FILE_BAD_DESCRIPTOR;
+    if (!zakhost::fd_is_open(fd)) return ZAK_FILE_BAD_DESCRIPTOR;
     int whence = origin == ZAK_SEEK_SET   ? SEEK_SET
                  : origin == ZAK_SEEK_CUR ? SEEK_CUR
                  : origin == ZAK_SEEK_END ? SEEK_END
@@ -119,7 +115,7 @@ int32_t P_ZAK_LSeek(int32_t fd, int32_t offset, int32_t origin, uint32_t) {
 int32_t P_ZAK_FSync(int32_t fd, uint32_t) {
     int32_t fail = 0;
     if (fail_injected("P_ZAK_FSync", &fail)) return fail;
-    if (foreign(fd)) return ZAK_FILE_BAD_DESCRIPTOR;
+    if (!zakhost::fd_is_open(fd)) return ZAK_FILE_BAD_DESCRIPTOR;
     return checked(fsync(fd));
 }
 

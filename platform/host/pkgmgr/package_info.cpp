@@ -8,21 +8,6 @@
 
 namespace {
 
-struct Field {
-    const char *key;
-    char *ISSU_PKGINFO::*member;
-};
-
-const Field kFields[] = {
-    {"Name", &ISSU_PKGINFO::pcName},
-    {"Version", &ISSU_PKGINFO::pcVersion},
-    {"Type", &ISSU_PKGINFO::pcType},
-    {"Product", &ISSU_PKGINFO::pcProduct},
-    {"Copyright", &ISSU_PKGINFO::pcCopyright},
-    {"Origin", &ISSU_PKGINFO::pcOrigin},
-    {"CustomPatchVersionPattern", &ISSU_PKGINFO::pcCustomPatchVersionPattern},
-};
-
 std::string trim(const std::string &text) {
     size_t first = text.find_first_not_of(" \t\r\n");
     if (first == std::string::npos) return {};
@@ -35,7 +20,7 @@ extern "C" {
 
 void ISSU_PKGINFO_Delete(ISSU_PKGINFO *info) {
     if (info == nullptr) return;
-    for (const Field &field : kFields)
+    for (const ISSU_PKGINFO_FIELD &field : kIssuPkgInfoFields)
         RPM_Os_Free(info->*field.member);
     RPM_Os_Free(info);
 }
@@ -53,7 +38,7 @@ ISSU_PKGINFO *ISSU_PKGINFO_Open(const char *path) {
         size_t eq = line.find('=');
         if (eq == std::string::npos) continue;
         std::string key = trim(line.substr(0, eq));
-        for (const Field &field : kFields) {
+        for (const ISSU_PKGINFO_FIELD &field : kIssuPkgInfoFields) {
             if (key != field.key) continue;
             char *value = zakhost::pkgmgr::host_strdup(trim(line.substr(eq + 1)));
             if (value == nullptr) {
