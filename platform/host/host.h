@@ -40,6 +40,17 @@ struct SandboxSeed {
     SandboxSeed(const char *name, std::string (*seed)(const std::string &root));
 };
 
+// ---- Commands ------------------------------------------------------------------------------
+// True in the device jail that qavlua builds (ZAKHOST_JAILED=1 when the host platform loaded).
+bool jailed();
+// Commands run only in the jail, or where ZAKHOST_ALLOW_HOST_COMMANDS=1 was set at load.
+bool host_commands_allowed();
+// For tests of both answers in one process.
+void allow_host_commands(bool allow);
+// Starts argv[0] (searched on PATH) and waits: its exit status, or -1 when it could not run or was
+// refused (the refusal is logged to syslog with the reason and the fix).
+int run_command(const char *const argv[]);
+
 // ---- Profile ---------------------------------------------------------------------------------
 // A default for one profile key; families declare theirs as namespace-scope objects so that
 // `zakhost.profile` and the documentation see every key:

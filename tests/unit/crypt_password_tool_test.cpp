@@ -52,8 +52,10 @@ class PasswordTool : public ::testing::Test {
         setenv("ZAKHOST_ROOT", root_.c_str(), 1);
         setenv("PATH", (root_ + "/tools:/usr/bin:/bin").c_str(), 1);
         zakhost::reset_environment();
+        zakhost::allow_host_commands(true);
     }
     void TearDown() override {
+        zakhost::allow_host_commands(false);
         setenv("ZAKHOST_ROOT", savedRoot_.c_str(), 1);
         setenv("PATH", savedPath_.c_str(), 1);
         zakhost::reset_environment();

@@ -8,6 +8,7 @@
 #include <string>
 
 #include "frame_cmd.h"
+#include "host.h"
 #include "nuk_digest.h"
 
 namespace {
@@ -24,10 +25,21 @@ TEST(PkgCommandFilter, RefusesEveryCharacterAShellInterprets) {
     EXPECT_NE(Frame_CommandFilter(1, static_cast<const char *>(nullptr)), 0u);
 }
 
-TEST(PkgCommandFilter, SystemReturnsTheExitStatus) {
+// Outside the device jail no command runs unless the host was told to allow it.
+TEST(PkgCommandFilter, SystemRunsOnlyWhereCommandsAreAllowed) {
+    zakhost::log_clear();
+    zakhost::allow_host_commands(false);
+    EXPECT_EQ(Frame_System("true"), -1);
+    auto refusals = zakhost::log_messages("syslog");
+    ASSERT_EQ(refusals.size(), 1u);
+    EXPECT_NE(refusals[0].find("host command refused: not in a device jail, so '/bin/sh'"),
+              std::string::npos);
+    EXPECT_NE(refusals[0].find("ZAKHOST_ALLOW_HOST_COMMANDS=1"), std::string::npos);
+    zakhost::allow_host_commands(true);
     EXPECT_EQ(Frame_System("true"), 0);
     EXPECT_EQ(Frame_System("exit 3"), 3);
     EXPECT_EQ(Frame_System(nullptr), -1);
+    zakhost::allow_host_commands(false);
 }
 
 class PkgDigest : public ::testing::Test {

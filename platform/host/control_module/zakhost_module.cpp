@@ -54,9 +54,10 @@ int clock_advance(lua_State *state) {
     return 1;
 }
 
+// The device root as a prefix of absolute device paths: "" where it is the file system's root
+// (inside the jail), so that `zakhost.root() .. "/etc/shadow"` names the device's file everywhere.
 int root(lua_State *state) {
-    std::string r = zakhost::root();
-    lua_pushstring(state, r.empty() ? "/" : r.c_str());
+    lua_pushstring(state, zakhost::root().c_str());
     return 1;
 }
 

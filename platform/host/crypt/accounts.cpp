@@ -2,8 +2,7 @@
 // the device root these are the system's getpwnam, getspnam and bash; inside a device sandbox the
 // account files are the sandbox's "/etc/passwd" and "/etc/shadow".
 #include <crypt.h>
-#include <spawn.h>
-#include <sys/wait.h>
+#include <sys/stat.h>
 #include <unistd.h>
 
 #include <cstdio>
@@ -13,8 +12,6 @@
 
 #include "host.h"
 #include "os_accounts.h"
-
-extern char **environ;
 
 namespace {
 
@@ -43,7 +40,8 @@ Entry *FindInFile(const std::string &path, const char *user, Entry *entry, char 
     return found;
 }
 
-// New sandboxes get a root account and a "guest" account whose password is "Guest#Pass1".
+// New sandboxes get root, the system accounts "daemon" and "nobody", and a "guest" account whose
+// password is "Guest#Pass1".
 std::string WriteSampleAccounts(const std::string &root) {
     std::string passwd = root + "/etc/passwd", shadow = root + "/etc/shadow";
     if (std::ifstream(passwd) || std::ifstream(shadow)) return {};
@@ -51,9 +49,14 @@ std::string WriteSampleAccounts(const std::string &root) {
     const char *hash = crypt_r("Guest#Pass1", "$6$zakhostguest$", &work);
     if (hash == nullptr || hash[0] != '$') return "cannot hash the sample password";
     std::ofstream(passwd) << "root:x:0:0:root:/root:/bin/sh\n"
+                          << "daemon:x:1:1:daemon:/usr/sbin:/usr/sbin/nologin\n"
+                          << "nobody:x:65534:65534:nobody:/nonexistent:/usr/sbin/nologin\n"
                           << "guest:x:1000:1000:guest:/home/guest:/bin/sh\n";
     std::ofstream(shadow) << "root:*:19000:0:99999:7:::\n"
+                          << "daemon:*:19000:0:99999:7:::\n"
+                          << "nobody:*:19000:0:99999:7:::\n"
                           << "guest:" << hash << ":19000:0:99999:7:::\n";
+    chmod(shadow.c_str(), 0640);
     return std::ifstream(shadow) ? std::string() : "cannot write " + shadow;
 }
 
@@ -92,17 +95,8 @@ int32_t ZAK_OsRunShellCommand(const char *command) {
     if (command == nullptr) return -1;
     // bash, with echo expanding backslash escapes as the device shell's echo does, and "&>"
     // redirecting both output streams.
-    char bash[] = "/bin/bash", option[] = "-O", echo[] = "xpg_echo", dashC[] = "-c";
-    std::string text(command);
-    char *argv[] = {bash, option, echo, dashC, text.data(), nullptr};
-    pid_t pid = 0;
-    if (posix_spawn(&pid, bash, nullptr, nullptr, argv, environ) != 0) return -1;
-    int status = 0;
-    while (waitpid(pid, &status, 0) < 0) {
-        if (errno != EINTR) return -1;
-    }
-    if (WIFEXITED(status)) return WEXITSTATUS(status);
-    return -1;
+    const char *argv[] = {"/bin/bash", "-O", "xpg_echo", "-c", command, nullptr};
+    return zakhost::run_command(argv);
 }
 
 } // extern "C"

@@ -38,7 +38,7 @@ int32_t Frame_System(const char *command) {
         return static_cast<int32_t>(code);
     if (command == nullptr) return -1;
     const char *argv[] = {"/bin/sh", "-c", command, nullptr};
-    return zakhost::pkg::run_program(argv);
+    return zakhost::run_command(argv);
 }
 
 } // extern "C"

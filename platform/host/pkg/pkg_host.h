@@ -23,7 +23,5 @@ bool copy_out(const std::string &text, char *out, uint32_t size);
 bool remove_tree(const std::string &path);
 // Creates a directory and its parents.
 bool make_dirs(const std::string &path);
-// Runs a program with arguments (no shell); its exit status, or -1.
-int run_program(const char *const argv[]);
 
 } // namespace zakhost::pkg

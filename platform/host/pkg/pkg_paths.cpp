@@ -2,9 +2,7 @@
 // Storages: a device path "<storage>:<relative>" names a file under the directory that the
 // profile section [storage] gives for that storage (an absolute device path, inside the sandbox).
 #include <ftw.h>
-#include <spawn.h>
 #include <sys/stat.h>
-#include <sys/wait.h>
 #include <unistd.h>
 
 #include <cerrno>
@@ -16,8 +14,6 @@
 #include "rpm_paths.h"
 #include "securec.h"
 #include "zak_fs.h"
-
-extern char **environ;
 
 namespace {
 
@@ -73,16 +69,6 @@ bool make_dirs(const std::string &path) {
     }
     struct stat st {};
     return stat(path.c_str(), &st) == 0 && S_ISDIR(st.st_mode);
-}
-
-int run_program(const char *const argv[]) {
-    pid_t pid = 0;
-    if (posix_spawnp(&pid, argv[0], nullptr, nullptr, const_cast<char *const *>(argv), environ) != 0)
-        return -1;
-    int status = 0;
-    while (waitpid(pid, &status, 0) < 0)
-        if (errno != EINTR) return -1;
-    return WIFEXITED(status) ? WEXITSTATUS(status) : -1;
 }
 
 } // namespace zakhost::pkg

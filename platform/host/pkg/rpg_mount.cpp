@@ -99,7 +99,7 @@ uint32_t RPM_SU_MountRpg_HOOK(const char *image, const char *mountPoint) {
     if (mounted().count(key) != 0) return 3;
     if (!zakhost::pkg::make_dirs(key)) return 4;
     const char *argv[] = {"tar", "-xf", image, "-C", key.c_str(), nullptr};
-    if (zakhost::pkg::run_program(argv) != 0) {
+    if (zakhost::run_command(argv) != 0) {
         empty_directory(key);
         return 5;
     }
