@@ -31,7 +31,7 @@ run: build
 	@rm -rf $(SANDBOX)
 	@$(BUILD)/bin/qavlua init $(SANDBOX)
 	@$(BUILD)/bin/qavlua --root $(SANDBOX) examples/main.lua
-	@echo "logs: $(SANDBOX)/log/"
+	@echo "device root: $(SANDBOX) (the script sees it as /); logs: $(SANDBOX)/log/"
 	@ls $(SANDBOX)/log/
 
 test: build

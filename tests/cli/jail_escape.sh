@@ -53,6 +53,13 @@ $(printf '%s\n' "$before" >"$dir/b"; printf '%s\n' "$after" | diff "$dir/b" - )"
     grep -q "^root password	true	0	" "$dir/out" || fail "$who: root password change: $(grep root "$dir/out")"
     [ -z "$(hash_of "$dir/root" root)" ] || fail "$who: 'root -d' did not reach the sandbox's root"
     grep -q "^shadow size	true	0	$shadow_size$" "$dir/out" || fail "$who: /etc/shadow is not the sandbox's"
+    # A link left in R where a mount point must go (here for --ro-bind /mnt): the runner refuses to
+    # start rather than let the jail's set-up follow it out of R.
+    as ln -s "$dir/outside" "$dir/root/mnt"
+    status=0
+    as "$qavlua" --root "$dir/root" --ro-bind /mnt "$script" "$qavpkg" 2>"$dir/err" || status=$?
+    [ "$status" -eq 2 ] && grep -q "R/mnt is a symbolic link" "$dir/err" || fail "$who: mount point link: $status"
+    [ "$after" = "$(state "$dir/outside"; state "$visible")" ] || fail "$who: the link was followed"
     rm -rf "$dir" "$visible"
     trap - EXIT
     echo "jail held ${who:-as $(id -un)}"

@@ -164,10 +164,15 @@ class MountPoints {
                      {}});
                 next = openat(fd, parts[i].c_str(), O_RDONLY | O_DIRECTORY | O_NOFOLLOW | O_CLOEXEC);
             }
-            if (next < 0 && create)
-                Fail(shown, errno == ELOOP     ? "is a symbolic link (a mount point must be a directory of R)"
-                            : errno == ENOTDIR ? "is not a directory"
-                                               : std::strerror(errno));
+            if (next < 0 && create) {
+                int error = errno;
+                struct stat st {};
+                bool link =
+                    fstatat(fd, parts[i].c_str(), &st, AT_SYMLINK_NOFOLLOW) == 0 && S_ISLNK(st.st_mode);
+                Fail(shown, link               ? "is a symbolic link (a mount point must be a directory of R)"
+                            : error == ENOTDIR ? "is not a directory"
+                                               : std::strerror(error));
+            }
             close(fd);
             fd = next;
         }

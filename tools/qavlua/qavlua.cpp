@@ -218,6 +218,22 @@ std::string in_jail(const std::string &path, const std::string &root) {
     return path;
 }
 
+// The runner's own command inside the jail. A runner built for another machine runs under an
+// emulator there too: QAVLUA_EMULATOR names it, with its arguments, separated by blanks.
+std::vector<std::string> inner_runner() {
+    std::vector<std::string> command;
+    const char *emulator = std::getenv("QAVLUA_EMULATOR");
+    std::string words = emulator != nullptr ? emulator : "";
+    for (size_t start = words.find_first_not_of(' '); start != std::string::npos;
+         start = words.find_first_not_of(' ', start)) {
+        size_t end = words.find(' ', start);
+        command.push_back(words.substr(start, end - start));
+        start = end;
+    }
+    command.push_back(resolved("/proc/self/exe"));
+    return command;
+}
+
 int run_jailed(const Options &o) {
     qavlua::JailPlan plan;
     plan.root = o.root;
@@ -240,7 +256,7 @@ int run_jailed(const Options &o) {
             start = end + 1;
         }
     }
-    std::vector<std::string> inner = {exe};
+    std::vector<std::string> inner = inner_runner();
     if (!o.profile.empty()) {
         keep_visible(o.profile, o.root, &plan.readOnly);
         plan.env.emplace_back("ZAKHOST_PROFILE", in_jail(o.profile, o.root));
@@ -288,7 +304,8 @@ int init(const std::string &given, bool noJail) {
         plan.readOnly.push_back(directory_of(directory_of(exe)));
         plan.env = {{"ZAKHOST_ROOT", "/"}, {"ZAKHOST_JAILED", "1"}, {"QAVLUA_SANDBOX_SHOWN", shown}};
         plan.workdir = "/";
-        plan.command = {exe, "init", "/"};
+        plan.command = inner_runner();
+        plan.command.insert(plan.command.end(), {"init", "/"});
         return qavlua::RunInJail(plan);
     }
     std::string error = zakhost::init_sandbox(root == "/" ? "" : root);
