@@ -30,11 +30,11 @@ set(QAV_INSTALL_CMAKEDIR lib/cmake/qavluacommon)
 # The modules are also reached through links in lib/lua/<version> (below), where $ORIGIN is that
 # directory: hence the second entry.
 set_target_properties(qavluacommon zakhost zakhost_module PROPERTIES INSTALL_RPATH "$ORIGIN;$ORIGIN/../..")
-set_target_properties(qavlua PROPERTIES INSTALL_RPATH "$ORIGIN/../${QAV_INSTALL_LIBDIR}")
+set_target_properties(qavlua-engine PROPERTIES INSTALL_RPATH "$ORIGIN/../${QAV_INSTALL_LIBDIR}")
 
 install(TARGETS qavluacommon zakhost LIBRARY DESTINATION ${QAV_INSTALL_LIBDIR})
 install(TARGETS zakhost_module LIBRARY DESTINATION ${QAV_INSTALL_LIBDIR})
-install(TARGETS qavlua qavpkg RUNTIME DESTINATION bin)
+install(TARGETS qavlua qavlua-engine qavpkg RUNTIME DESTINATION bin)
 install(DIRECTORY ${CMAKE_SOURCE_DIR}/platform/include/ DESTINATION ${QAV_INSTALL_INCLUDEDIR}
         FILES_MATCHING PATTERN "*.h")
 install(FILES ${QAV_META_FILE} ${QAV_SHARE_DIR}/meta/zakhost.lua DESTINATION ${QAV_INSTALL_DATADIR}/meta)
