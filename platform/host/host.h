@@ -50,7 +50,10 @@ struct ProfileDefault {
 // The value in force: the profile file's, else the declared default, else nullopt.
 std::optional<std::string> profile_value(std::string_view section, std::string_view key);
 std::string profile_string(std::string_view section, std::string_view key);
-// Decimal or 0x-hexadecimal; `fallback` when absent or unparsable.
+// A whole text that is one number, decimal (leading zeros stay decimal) or 0x-hexadecimal, with an
+// optional sign and surrounding blanks; nullopt for anything else or outside the int64 range.
+std::optional<int64_t> parse_int(std::string_view text);
+// Decimal or 0x-hexadecimal as parse_int reads it; `fallback` when absent or unparsable.
 int64_t profile_int(std::string_view section, std::string_view key, int64_t fallback = 0);
 bool profile_bool(std::string_view section, std::string_view key);
 // Every declared default: (section, key, value).

@@ -160,6 +160,27 @@ TEST(HostIni, KeysAreTakenExactlyAsWritten) {
     EXPECT_EQ(Slurp(fresh), "[VPN INDEX]\nindex =3\n");
 }
 
+TEST(HostProfile, NumbersAreDecimalOrHexNeverOctal) {
+    const std::pair<const char *, int64_t> cases[] = {{"010", 10},
+                                                      {"08", 8},
+                                                      {" -010 ", -10},
+                                                      {"0x1A", 26},
+                                                      {"0X10", 16},
+                                                      {"4294967295", 4294967295},
+                                                      {"-9223372036854775808", INT64_MIN},
+                                                      {"9223372036854775808", -1},
+                                                      {"1x", -1},
+                                                      {"0x", -1},
+                                                      {"--1", -1},
+                                                      {"0x-1", -1},
+                                                      {"", -1}};
+    for (const auto &[text, expected] : cases) {
+        zakhost::profile_override("numbers", "n", text);
+        EXPECT_EQ(zakhost::profile_int("numbers", "n", -1), expected) << '"' << text << '"';
+    }
+    zakhost::profile_override("numbers", "n", std::nullopt);
+}
+
 TEST(HostFileLayer, ErrnoBecomesLayerCodes) {
     std::string dir = TempDir();
     std::string file = dir + "/f";

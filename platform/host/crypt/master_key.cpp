@@ -42,7 +42,7 @@ void HashOf(const std::string &key, uint8_t *hash) {
 // A status word: the persisted state if any, else the profile's value.
 uint32_t Status(const char *key) {
     if (auto value = zakhost::state_value("master_key", key))
-        return static_cast<uint32_t>(std::strtoul(value->c_str(), nullptr, 0));
+        return static_cast<uint32_t>(zakhost::parse_int(*value).value_or(0));
     return static_cast<uint32_t>(zakhost::profile_int("master_key", key, 0));
 }
 
