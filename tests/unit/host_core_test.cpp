@@ -247,12 +247,15 @@ TEST(HostLogs, JsonRecordsAreNumberedAndEscaped) {
 TEST(HostLogs, TextRecordsGoToTheLogDirectory) {
     std::string dir = TempDir();
     setenv("ZAKHOST_LOG_DIR", dir.c_str(), 1);
-    zakhost::log_text("upgrade", 0x29371B3C, 3, "written");
+    // Control characters and backslashes are escaped in the file, kept as logged in memory.
+    const std::string message = "written\n<forged>\\n\t\r\x01\x7F";
+    zakhost::log_text("upgrade", 0x29371B3C, 3, message + "\n");
     unsetenv("ZAKHOST_LOG_DIR");
+    EXPECT_EQ(zakhost::log_messages("upgrade").back(), message);
     std::string text = Slurp(dir + "/upgrade.log");
-    // 2026-11-22T01:46:01.280Z 0x29371B3C L3 written
+    // 2026-11-22T01:46:01.280Z 0x29371B3C L3 written...
     ASSERT_GE(text.size(), 25u);
-    EXPECT_EQ(text.substr(24), " 0x29371B3C L3 written\n");
+    EXPECT_EQ(text.substr(24), " 0x29371B3C L3 written\\n<forged>\\\\n\\t\\r\\x01\\x7F\n");
     EXPECT_EQ(text[10], 'T');
     EXPECT_EQ(text[23], 'Z');
 }

@@ -36,6 +36,32 @@ std::string iso_now() {
     return buf;
 }
 
+// A message as one line of a text log: a backslash and every control character are escaped, so
+// no message can end its record early or forge another.
+std::string one_line(const std::string &message) {
+    std::string line;
+    line.reserve(message.size());
+    for (char c : message) {
+        auto byte = static_cast<unsigned char>(c);
+        if (c == '\\') {
+            line += "\\\\";
+        } else if (c == '\n') {
+            line += "\\n";
+        } else if (c == '\r') {
+            line += "\\r";
+        } else if (c == '\t') {
+            line += "\\t";
+        } else if (byte < 0x20 || byte == 0x7F) {
+            line += "\\x";
+            line += "0123456789ABCDEF"[byte >> 4];
+            line += "0123456789ABCDEF"[byte & 0xF];
+        } else {
+            line += c;
+        }
+    }
+    return line;
+}
+
 void append_file(const char *log, const std::string &line) {
     const char *dir = std::getenv("ZAKHOST_LOG_DIR");
     if (dir == nullptr || *dir == '\0') return;
@@ -68,7 +94,7 @@ void log_text(const char *log, uint32_t log_id, uint32_t level, std::string mess
     if (!message.empty() && message.back() == '\n') message.pop_back();
     char prefix[40];
     std::snprintf(prefix, sizeof prefix, " 0x%08X L%u ", log_id, level);
-    std::string line = iso_now() + prefix + message;
+    std::string line = iso_now() + prefix + one_line(message);
     std::lock_guard lock(g_lock);
     g_logs[log].messages.push_back(std::move(message));
     append_file(log, line);
