@@ -5,6 +5,7 @@
 #include <sys/stat.h>
 #include <unistd.h>
 
+#include <algorithm>
 #include <chrono>
 #include <cstddef>
 #include <cstdlib>
@@ -15,6 +16,7 @@
 #include "host.h"
 #include "nuk_sync.h"
 #include "os_env.h"
+#include "qav_mk.h"
 #include "rpm_ini.h"
 #include "zak_file.h"
 #include "zak_memory.h"
@@ -179,6 +181,34 @@ TEST(HostProfile, NumbersAreDecimalOrHexNeverOctal) {
         EXPECT_EQ(zakhost::profile_int("numbers", "n", -1), expected) << '"' << text << '"';
     }
     zakhost::profile_override("numbers", "n", std::nullopt);
+}
+
+TEST(HostWrites, FailedWritesAreReportedInSyslogWithPathAndErrno) {
+    zakhost::log_clear();
+    auto reported = [](const std::string &line) {
+        auto lines = zakhost::log_messages("syslog");
+        return std::count(lines.begin(), lines.end(), line);
+    };
+    std::string dir = TempDir();
+    std::ofstream(dir + "/file") << "x";
+    std::string ini = dir + "/file/a.ini";
+    EXPECT_EQ(RPM_WriteProfileString(ini.c_str(), "[s]", "k", "v"), 1u);
+    EXPECT_EQ(reported("cannot write " + ini + ": Not a directory"), 1);
+    // The state file cannot be replaced while a directory stands in its place.
+    std::string state = zakhost::root() + "/zakhost_state.ini";
+    ASSERT_EQ(mkdir(state.c_str(), 0755), 0);
+    std::ofstream(state + "/keep") << "x";
+    EXPECT_NE(ZAK_SetMKConfigStatus(5), 0u);
+    EXPECT_EQ(reported("cannot write " + state + ": Is a directory"), 1);
+    EXPECT_EQ(unlink((state + "/keep").c_str()) | rmdir(state.c_str()), 0);
+    EXPECT_EQ(ZAK_SetMKConfigStatus(5), 0u);
+    EXPECT_EQ(ZAK_GetMKConfigStatus(), 5u);
+    // A log file that cannot be appended to is reported once, not once per record.
+    setenv("ZAKHOST_LOG_DIR", (dir + "/file").c_str(), 1);
+    zakhost::log_text("upgrade", 0, 3, "one");
+    zakhost::log_text("upgrade", 0, 3, "two");
+    unsetenv("ZAKHOST_LOG_DIR");
+    EXPECT_EQ(reported("cannot write " + dir + "/file/upgrade.log: Not a directory"), 1);
 }
 
 TEST(HostFileLayer, ErrnoBecomesLayerCodes) {

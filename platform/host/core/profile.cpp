@@ -202,7 +202,7 @@ std::optional<std::string> state_value(std::string_view section, std::string_vie
     return std::nullopt;
 }
 
-void set_state_value(std::string_view section, std::string_view key, std::string_view value) {
+bool set_state_value(std::string_view section, std::string_view key, std::string_view value) {
     FileLock lock(state_path());
     Entries entries = read_ini(state_path());
     bool replaced = false;
@@ -230,12 +230,7 @@ void set_state_value(std::string_view section, std::string_view key, std::string
         for (const auto &e : entries)
             if (e.section == s) out << e.key << '=' << e.value << '\n';
     }
-    std::string tmp = state_path() + ".tmp";
-    {
-        std::ofstream file(tmp, std::ios::trunc);
-        file << out.str();
-    }
-    std::rename(tmp.c_str(), state_path().c_str());
+    return replace_file(state_path(), out.str());
 }
 
 } // namespace zakhost

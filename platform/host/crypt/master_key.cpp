@@ -143,8 +143,7 @@ uint32_t QAV_MK_GetActiveStatus(void) {
 
 uint32_t QAV_MK_SetActiveStatus(uint32_t status) {
     if (zakhost::injected("QAV_MK_SetActiveStatus")) return NUK_MK_ERR_NOKEY;
-    zakhost::set_state_value("master_key", "active", std::to_string(status));
-    return 0;
+    return zakhost::set_state_value("master_key", "active", std::to_string(status)) ? 0 : NUK_MK_ERR_NOKEY;
 }
 
 uint32_t ZAK_GetMKConfigStatus(void) {
@@ -156,8 +155,8 @@ uint32_t ZAK_GetMKConfigStatus(void) {
 
 uint32_t ZAK_SetMKConfigStatus(uint32_t status) {
     if (zakhost::injected("ZAK_SetMKConfigStatus")) return NUK_MK_ERR_NOKEY;
-    zakhost::set_state_value("master_key", "config_status", std::to_string(status));
-    return 0;
+    return zakhost::set_state_value("master_key", "config_status", std::to_string(status)) ? 0
+                                                                                           : NUK_MK_ERR_NOKEY;
 }
 
 uint32_t SMP_VerifySystemPassword(const char *account, const char *password, const char *digest) {

@@ -139,6 +139,10 @@ T.case("platform failures: save, owner change, allocation, node creation", funct
     zh.inject("ZAK_Adapt_xmlSaveFormatFileEnc", -1)
     T.eq(m.qav_AddRiskCheckResult(report, "G", "c", "d", "a", "s"), 1)
     T.eq(X.names(X.parse_file(report)), { "NeName" })
+    -- A real write failure: libxml2's own message and the path with the reason go to syslog.
+    T.eq(m.qav_InitRiskCheckXmlFile(report .. "/r.xml", "n", "i"), 1)
+    T.has_line(zh.log_lines("syslog"), "libxml2 I/O error: Not a directory")
+    T.has_line(zh.log_lines("syslog"), "cannot write " .. report .. "/r.xml: Not a directory")
     T.eq(zh.memory().blocks, before)
 end)
 
