@@ -61,7 +61,10 @@ struct ProfileDefault {
 // The value in force: the profile file's, else the declared default, else nullopt.
 std::optional<std::string> profile_value(std::string_view section, std::string_view key);
 std::string profile_string(std::string_view section, std::string_view key);
-// Decimal or 0x-hexadecimal; `fallback` when absent or unparsable.
+// A whole text that is one number, decimal (leading zeros stay decimal) or 0x-hexadecimal, with an
+// optional sign and surrounding blanks; nullopt for anything else or outside the int64 range.
+std::optional<int64_t> parse_int(std::string_view text);
+// Decimal or 0x-hexadecimal as parse_int reads it; `fallback` when absent or unparsable.
 int64_t profile_int(std::string_view section, std::string_view key, int64_t fallback = 0);
 bool profile_bool(std::string_view section, std::string_view key);
 // Every declared default: (section, key, value).
@@ -71,9 +74,16 @@ std::vector<std::pair<std::string, std::string>> profile_section(std::string_vie
 // Sets (or, with nullopt, removes) an in-process override of one key; `zakhost.profile_set`.
 void profile_override(std::string_view section, std::string_view key, std::optional<std::string> value);
 void apply_profile_settings();
-// Persistent state under R (R/zakv8/main/zakhost_state.ini): values a second process must see.
+// Persistent state under R (R/zakhost_state.ini): values a second process must see.
 std::optional<std::string> state_value(std::string_view section, std::string_view key);
-void set_state_value(std::string_view section, std::string_view key, std::string_view value);
+// False when the state file could not be written (reported by report_write_failure).
+bool set_state_value(std::string_view section, std::string_view key, std::string_view value);
+
+// ---- Files -----------------------------------------------------------------------------------
+// Replaces the whole content of `path` (through a link, keeping an existing file's mode and owner)
+// by writing a temporary file beside it and renaming it over: a failed write leaves the old
+// content. False, with the failure reported, when any step fails.
+bool replace_file(const std::string &path, const std::string &content);
 
 // ---- Fault injection -------------------------------------------------------------------------
 // True when the next call of `service` must fail; `result` receives the injected result.
@@ -114,6 +124,9 @@ void log_text(const char *log, uint32_t log_id, uint32_t level, std::string mess
 // One JSON record ("event", "stamp"); the store assigns "seq".
 void log_json(const char *log, Json record);
 std::string vformat(const char *format, va_list values);
+// Records in the syslog log that `path` could not be written: "cannot write <path>: <errno text>".
+// Every host service whose write fails calls it, whether or not its result can carry the failure.
+void report_write_failure(const std::string &path, int error);
 std::vector<std::string> log_messages(std::string_view log);
 std::vector<Json> log_records(std::string_view log);
 void log_clear();

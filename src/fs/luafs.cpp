@@ -4,6 +4,10 @@
 #include <sys/stat.h>
 
 #include <cstring>
+#include <mutex>
+#include <new>
+#include <string>
+#include <unordered_set>
 
 #include "binding/script_frame.h"
 #include "fs/vfm.h"
@@ -99,9 +103,60 @@ QAV_ENTRY_FUNCTION l_fs_mkdir(lua_State *state) {
     return slot.Finish(vfm_make_directory(copy.text, static_cast<uint32_t>(permission), flags));
 }
 
+// The directory streams handed out by "luafs_opendir" and not yet closed, shared by every script
+// state of the process. A handle not in the set (closed, never opened, any other value) is
+// answered as the null handle is, so a script mistake is a result code rather than a use of freed
+// memory. The lock is held across readdir and closedir so that no stream is read while it closes.
+namespace {
+class DirectoryStreams {
+  public:
+    static DirectoryStreams &Get() {
+        static auto *streams = new DirectoryStreams; // outlives threads still running at exit
+        return *streams;
+    }
+    // False when the stream could not be recorded; the caller closes it.
+    bool Add(DIR *directory) {
+        std::lock_guard lock(mutex_);
+        try {
+            open_.insert(directory);
+            return true;
+        } catch (const std::bad_alloc &) {
+            return false;
+        }
+    }
+    // The next entry's name, or false at the end or for a handle not handed out.
+    bool Read(DIR *directory, std::string *name) {
+        std::lock_guard lock(mutex_);
+        if (open_.count(directory) == 0) return false;
+        dirent *entry = readdir(directory);
+        if (entry == nullptr) return false;
+        try {
+            name->assign(entry->d_name);
+            return true;
+        } catch (const std::bad_alloc &) {
+            return false;
+        }
+    }
+    // The result of closedir, or 0 for a handle not handed out.
+    int Close(DIR *directory) {
+        std::lock_guard lock(mutex_);
+        if (open_.erase(directory) == 0) return 0;
+        return closedir(directory);
+    }
+
+  private:
+    std::mutex mutex_;
+    std::unordered_set<DIR *> open_;
+};
+} // namespace
+
 QAV_ENTRY_FUNCTION l_open_dir(lua_State *state) {
     const char *path = SYSDT_SPTI_ToString(state, 1);
     DIR *directory = path != nullptr ? opendir(path) : nullptr;
+    if (directory != nullptr && !DirectoryStreams::Get().Add(directory)) {
+        (void)closedir(directory);
+        directory = nullptr;
+    }
     if (directory == nullptr) RPM_LogToFile(qav::kUpgradeLogId, qav::kLogFailure, "opendir's return null!");
     lua_pushlightuserdata(state, directory);
     return 1;
@@ -115,16 +170,17 @@ static DIR *DirectoryArg(lua_State *state) {
 
 QAV_ENTRY_FUNCTION l_read_dir(lua_State *state) {
     DIR *directory = DirectoryArg(state);
-    dirent *entry = directory != nullptr ? readdir(directory) : nullptr;
-    if (entry == nullptr) return qav::ReturnInt(state, -1);
+    std::string name;
+    if (directory == nullptr || !DirectoryStreams::Get().Read(directory, &name))
+        return qav::ReturnInt(state, -1);
     SYSDT_SPTI_PushInt(state, 0);
-    SYSDT_SPTI_PushString(state, entry->d_name, static_cast<uint32_t>(std::strlen(entry->d_name) + 1));
+    SYSDT_SPTI_PushString(state, name.c_str(), static_cast<uint32_t>(name.size() + 1));
     return 2;
 }
 
 QAV_ENTRY_FUNCTION l_close_dir(lua_State *state) {
     DIR *directory = DirectoryArg(state);
-    return qav::ReturnInt(state, directory == nullptr ? 0 : closedir(directory));
+    return qav::ReturnInt(state, directory == nullptr ? 0 : DirectoryStreams::Get().Close(directory));
 }
 
 QAV_ENTRY_FUNCTION l_is_dir(lua_State *state) {

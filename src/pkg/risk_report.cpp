@@ -27,6 +27,20 @@ const xmlChar *X(const char *text) {
     return reinterpret_cast<const xmlChar *>(text);
 }
 
+// Copies `text` cut to `size - 1` bytes; a cut never splits a UTF-8 character, so the saved report
+// stays well-formed. Bytes that are not UTF-8 are cut where they fall (at most three are dropped).
+void CopyCutUtf8(char *buffer, size_t size, const char *text) {
+    size_t length = std::strlen(text);
+    if (length >= size) {
+        length = size - 1;
+        for (int back = 0;
+             back < 3 && length > 0 && (static_cast<unsigned char>(text[length]) & 0xC0) == 0x80; ++back)
+            --length;
+    }
+    (void)memcpy_s(buffer, size, text, length);
+    buffer[length] = '\0';
+}
+
 } // namespace
 
 extern "C" {
@@ -199,7 +213,7 @@ uint32_t QAV_SetXmlNodeContentGetInput(lua_State *state, char *path, char *group
         }
         // The texts of a result are stored cut to their buffers; the file and the group must fit whole.
         if (args[i].cut) {
-            (void)snprintf_truncated_s(args[i].buffer, args[i].size, "%s", text);
+            CopyCutUtf8(args[i].buffer, args[i].size, text);
         } else if (errno_t rc = strcpy_s(args[i].buffer, args[i].size, text); rc != EOK) {
             qav::LogCallFailure("QAV_SetXmlNodeContentGetInput", rc, __LINE__);
             return qav::kFailed;

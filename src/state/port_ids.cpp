@@ -118,13 +118,14 @@ bool qav_Lua_CheckSetIDPara(lua_State *state) {
 }
 
 QAV_ENTRY_FUNCTION QAV_LuaAssignPortID(lua_State *state) {
-    uint32_t pos = 0;
     if (!qav_Lua_CheckAssignPara(state)) {
+        // Bad arguments answer port 0, not a port of the range: nothing was assigned.
         SYSDT_SPTI_PushUInt(state, kBadArgs);
-    } else {
-        pos = qav_Lua_LockAssignPortID(SYSDT_SPTI_ToUInt(state, 1));
-        SYSDT_SPTI_PushUInt(state, pos == 0 ? qav::kFailed : qav::kOk);
+        SYSDT_SPTI_PushUInt(state, 0);
+        return 2;
     }
+    uint32_t pos = qav_Lua_LockAssignPortID(SYSDT_SPTI_ToUInt(state, 1));
+    SYSDT_SPTI_PushUInt(state, pos == 0 ? qav::kFailed : qav::kOk);
     SYSDT_SPTI_PushUInt(state, kPortBase + pos);
     return 2;
 }

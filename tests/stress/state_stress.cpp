@@ -211,6 +211,11 @@ function round()
     check(m.luafs_cp(d .. "/sub/f.txt", d .. "/f.copy", 0) == 0, "cp in " .. d)
     check(read_file(d .. "/f.copy") == payload, "copy in " .. d .. " differs")
     check(m.luafs_mv(d .. "/f.copy", d .. "/sub/g.txt", 0) == 0, "mv in " .. d)
+    -- Directory streams of all states share one register; a value never handed out is refused.
+    local listing, entries = m.luafs_opendir(d .. "/sub"), 0
+    while m.luafs_readdir(listing) == 0 do entries = entries + 1 end
+    check(entries == 4 and m.luafs_closedir(listing) == 0, "listing of " .. d)
+    check(m.luafs_readdir(debug.upvalueid(check, 1)) == -1, "readdir of a foreign value")
     check(m.luafs_rm(d, RECURSIVE + FORCE) == 0, "rm " .. d)
     ops.files = ops.files + 1
 end

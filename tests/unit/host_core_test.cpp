@@ -5,6 +5,7 @@
 #include <sys/stat.h>
 #include <unistd.h>
 
+#include <algorithm>
 #include <chrono>
 #include <cstddef>
 #include <cstdlib>
@@ -15,6 +16,7 @@
 #include "host.h"
 #include "nuk_sync.h"
 #include "os_env.h"
+#include "qav_mk.h"
 #include "rpm_ini.h"
 #include "zak_file.h"
 #include "zak_memory.h"
@@ -160,6 +162,55 @@ TEST(HostIni, KeysAreTakenExactlyAsWritten) {
     EXPECT_EQ(Slurp(fresh), "[VPN INDEX]\nindex =3\n");
 }
 
+TEST(HostProfile, NumbersAreDecimalOrHexNeverOctal) {
+    const std::pair<const char *, int64_t> cases[] = {{"010", 10},
+                                                      {"08", 8},
+                                                      {" -010 ", -10},
+                                                      {"0x1A", 26},
+                                                      {"0X10", 16},
+                                                      {"4294967295", 4294967295},
+                                                      {"-9223372036854775808", INT64_MIN},
+                                                      {"9223372036854775808", -1},
+                                                      {"1x", -1},
+                                                      {"0x", -1},
+                                                      {"--1", -1},
+                                                      {"0x-1", -1},
+                                                      {"", -1}};
+    for (const auto &[text, expected] : cases) {
+        zakhost::profile_override("numbers", "n", text);
+        EXPECT_EQ(zakhost::profile_int("numbers", "n", -1), expected) << '"' << text << '"';
+    }
+    zakhost::profile_override("numbers", "n", std::nullopt);
+}
+
+TEST(HostWrites, FailedWritesAreReportedInSyslogWithPathAndErrno) {
+    zakhost::log_clear();
+    auto reported = [](const std::string &line) {
+        auto lines = zakhost::log_messages("syslog");
+        return std::count(lines.begin(), lines.end(), line);
+    };
+    std::string dir = TempDir();
+    std::ofstream(dir + "/file") << "x";
+    std::string ini = dir + "/file/a.ini";
+    EXPECT_EQ(RPM_WriteProfileString(ini.c_str(), "[s]", "k", "v"), 1u);
+    EXPECT_EQ(reported("cannot write " + ini + ": Not a directory"), 1);
+    // The state file cannot be replaced while a directory stands in its place.
+    std::string state = zakhost::root() + "/zakhost_state.ini";
+    ASSERT_EQ(mkdir(state.c_str(), 0755), 0);
+    std::ofstream(state + "/keep") << "x";
+    EXPECT_NE(ZAK_SetMKConfigStatus(5), 0u);
+    EXPECT_EQ(reported("cannot write " + state + ": Is a directory"), 1);
+    EXPECT_EQ(unlink((state + "/keep").c_str()) | rmdir(state.c_str()), 0);
+    EXPECT_EQ(ZAK_SetMKConfigStatus(5), 0u);
+    EXPECT_EQ(ZAK_GetMKConfigStatus(), 5u);
+    // A log file that cannot be appended to is reported once, not once per record.
+    setenv("ZAKHOST_LOG_DIR", (dir + "/file").c_str(), 1);
+    zakhost::log_text("upgrade", 0, 3, "one");
+    zakhost::log_text("upgrade", 0, 3, "two");
+    unsetenv("ZAKHOST_LOG_DIR");
+    EXPECT_EQ(reported("cannot write " + dir + "/file/upgrade.log: Not a directory"), 1);
+}
+
 TEST(HostFileLayer, ErrnoBecomesLayerCodes) {
     std::string dir = TempDir();
     std::string file = dir + "/f";
@@ -226,12 +277,15 @@ TEST(HostLogs, JsonRecordsAreNumberedAndEscaped) {
 TEST(HostLogs, TextRecordsGoToTheLogDirectory) {
     std::string dir = TempDir();
     setenv("ZAKHOST_LOG_DIR", dir.c_str(), 1);
-    zakhost::log_text("upgrade", 0x29371B3C, 3, "written");
+    // Control characters and backslashes are escaped in the file, kept as logged in memory.
+    const std::string message = "written\n<forged>\\n\t\r\x01\x7F";
+    zakhost::log_text("upgrade", 0x29371B3C, 3, message + "\n");
     unsetenv("ZAKHOST_LOG_DIR");
+    EXPECT_EQ(zakhost::log_messages("upgrade").back(), message);
     std::string text = Slurp(dir + "/upgrade.log");
-    // 2026-11-22T01:46:01.280Z 0x29371B3C L3 written
+    // 2026-11-22T01:46:01.280Z 0x29371B3C L3 written...
     ASSERT_GE(text.size(), 25u);
-    EXPECT_EQ(text.substr(24), " 0x29371B3C L3 written\n");
+    EXPECT_EQ(text.substr(24), " 0x29371B3C L3 written\\n<forged>\\\\n\\t\\r\\x01\\x7F\n");
     EXPECT_EQ(text[10], 'T');
     EXPECT_EQ(text[23], 'Z');
 }

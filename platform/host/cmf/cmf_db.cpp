@@ -42,10 +42,9 @@ const zakhost::ProfileDefault kDefaults[] = {
 using Words = std::vector<uint32_t>;
 
 bool parse_number(const std::string &text, int64_t *value) {
-    if (text.empty()) return false;
-    char *end = nullptr;
-    *value = std::strtoll(text.c_str(), &end, 0);
-    return end != nullptr && *end == '\0';
+    std::optional<int64_t> parsed = zakhost::parse_int(text);
+    if (parsed) *value = *parsed;
+    return parsed.has_value();
 }
 
 // Words of one record; unparsable words read as 0.

@@ -1,4 +1,12 @@
-// RPM_GetProfileString / RPM_WriteProfileString over plain INI files.
+// RPM_GetProfileString / RPM_WriteProfileString over plain INI files, and the whole-file
+// replacement every host service that rewrites a file uses.
+#include <fcntl.h>
+#include <sys/stat.h>
+#include <unistd.h>
+
+#include <cerrno>
+#include <cstdio>
+#include <cstdlib>
 #include <fstream>
 #include <sstream>
 #include <string>
@@ -34,6 +42,45 @@ bool read_lines(const char *file, std::vector<std::string> *lines) {
 
 } // namespace
 
+namespace zakhost {
+
+bool replace_file(const std::string &path, const std::string &content) {
+    std::string target = path;
+    if (char *real = realpath(path.c_str(), nullptr)) {
+        target = real;
+        std::free(real);
+    }
+    struct stat old {};
+    bool existed = stat(target.c_str(), &old) == 0;
+    std::string temporary = target + ".XXXXXX";
+    int error = 0;
+    int fd = mkostemp(temporary.data(), O_CLOEXEC);
+    if (fd < 0) {
+        error = errno;
+    } else {
+        if (existed) {
+            (void)fchown(fd, old.st_uid, old.st_gid); // only root can give the file away; best effort
+            (void)fchmod(fd, old.st_mode & 07777);
+        } else {
+            (void)fchmod(fd, 0644);
+        }
+        for (size_t done = 0; error == 0 && done < content.size();) {
+            ssize_t n = ::write(fd, content.data() + done, content.size() - done);
+            if (n >= 0)
+                done += static_cast<size_t>(n);
+            else if (errno != EINTR)
+                error = errno;
+        }
+        if (::close(fd) != 0 && error == 0) error = errno;
+        if (error == 0 && std::rename(temporary.c_str(), target.c_str()) != 0) error = errno;
+        if (error != 0) (void)::unlink(temporary.c_str());
+    }
+    if (error != 0) report_write_failure(path, error);
+    return error == 0;
+}
+
+} // namespace zakhost
+
 extern "C" {
 
 uint32_t RPM_GetProfileString(const char *file, const char *section, const char *key, char *buffer,
@@ -65,7 +112,8 @@ uint32_t RPM_WriteProfileString(const char *file, const char *section, const cha
     if (file == nullptr || section == nullptr || key == nullptr || value == nullptr) return 2;
     if (zakhost::injected("RPM_WriteProfileString")) return 1;
     std::vector<std::string> lines;
-    read_lines(file, &lines);
+    // A file that exists but cannot be read is not replaced by one holding only the new entry.
+    if (!read_lines(file, &lines) && access(file, F_OK) == 0) return 1;
     std::string header = header_of(section);
     std::string entry = std::string(key) + "=" + value;
     long sectionAt = -1;
@@ -100,11 +148,10 @@ uint32_t RPM_WriteProfileString(const char *file, const char *section, const cha
             lines.insert(lines.begin() + static_cast<long>(at), entry);
         }
     }
-    std::ofstream out(file, std::ios::trunc);
-    if (!out) return 1;
+    std::string content;
     for (const auto &line : lines)
-        out << line << '\n';
-    return out.good() ? 0 : 1;
+        content += line + '\n';
+    return zakhost::replace_file(file, content) ? 0 : 1;
 }
 
 } // extern "C"

@@ -2,11 +2,14 @@
 // appended to <dir>/<log>.log: text logs one line per record, structured logs one JSON object.
 #include <sys/time.h>
 
+#include <cerrno>
 #include <cstdio>
 #include <cstdlib>
+#include <cstring>
 #include <ctime>
 #include <map>
 #include <mutex>
+#include <set>
 
 #include "host.h"
 #include "os_env.h"
@@ -36,15 +39,74 @@ std::string iso_now() {
     return buf;
 }
 
+// A message as one line of a text log: a backslash and every control character are escaped, so
+// no message can end its record early or forge another.
+std::string one_line(const std::string &message) {
+    std::string line;
+    line.reserve(message.size());
+    for (char c : message) {
+        auto byte = static_cast<unsigned char>(c);
+        if (c == '\\') {
+            line += "\\\\";
+        } else if (c == '\n') {
+            line += "\\n";
+        } else if (c == '\r') {
+            line += "\\r";
+        } else if (c == '\t') {
+            line += "\\t";
+        } else if (byte < 0x20 || byte == 0x7F) {
+            line += "\\x";
+            line += "0123456789ABCDEF"[byte >> 4];
+            line += "0123456789ABCDEF"[byte & 0xF];
+        } else {
+            line += c;
+        }
+    }
+    return line;
+}
+
+std::string text_line(uint32_t log_id, uint32_t level, const std::string &message) {
+    char prefix[40];
+    std::snprintf(prefix, sizeof prefix, " 0x%08X L%u ", log_id, level);
+    return iso_now() + prefix + one_line(message);
+}
+
+std::string errno_text(int error) {
+    char buffer[128];
+    return strerror_r(error, buffer, sizeof buffer);
+}
+
+std::set<std::string> g_unwritable; // log files whose failure was reported since the last clear
+
+void append_file(const char *log, const std::string &line);
+
+// Called with g_lock held.
+void add_syslog_locked(std::string message) {
+    std::string line = text_line(0, 0, message);
+    g_logs["syslog"].messages.push_back(std::move(message));
+    append_file("syslog", line);
+}
+
+// A log file that cannot be appended to is reported once (until the logs are cleared), so a
+// read-only log directory gives one record per file rather than one per record. When the syslog
+// file itself fails, the terminal is the one place left to say so.
 void append_file(const char *log, const std::string &line) {
     const char *dir = std::getenv("ZAKHOST_LOG_DIR");
     if (dir == nullptr || *dir == '\0') return;
     std::string path = std::string(dir) + "/" + log + ".log";
+    int error = 0;
     if (FILE *f = std::fopen(path.c_str(), "a")) {
-        std::fwrite(line.data(), 1, line.size(), f);
-        std::fputc('\n', f);
-        std::fclose(f);
+        if (std::fwrite(line.data(), 1, line.size(), f) != line.size() || std::fputc('\n', f) == EOF)
+            error = errno;
+        if (std::fclose(f) != 0 && error == 0) error = errno;
+    } else {
+        error = errno;
     }
+    if (error == 0 || !g_unwritable.insert(path).second) return;
+    std::string message = "cannot write " + path + ": " + errno_text(error);
+    if (std::strcmp(log, "syslog") != 0) return add_syslog_locked(std::move(message));
+    std::fprintf(stderr, "zakhost: %s; log records stay in memory only\n", message.c_str());
+    g_logs["syslog"].messages.push_back(std::move(message));
 }
 
 } // namespace
@@ -66,9 +128,7 @@ std::string vformat(const char *format, va_list values) {
 
 void log_text(const char *log, uint32_t log_id, uint32_t level, std::string message) {
     if (!message.empty() && message.back() == '\n') message.pop_back();
-    char prefix[40];
-    std::snprintf(prefix, sizeof prefix, " 0x%08X L%u ", log_id, level);
-    std::string line = iso_now() + prefix + message;
+    std::string line = text_line(log_id, level, message);
     std::lock_guard lock(g_lock);
     g_logs[log].messages.push_back(std::move(message));
     append_file(log, line);
@@ -87,6 +147,11 @@ void log_json(const char *log, Json record) {
     append_file(log, line);
 }
 
+void report_write_failure(const std::string &path, int error) {
+    std::lock_guard lock(g_lock);
+    add_syslog_locked("cannot write " + path + ": " + errno_text(error));
+}
+
 std::vector<std::string> log_messages(std::string_view log) {
     std::lock_guard lock(g_lock);
     auto it = g_logs.find(log);
@@ -102,6 +167,7 @@ std::vector<Json> log_records(std::string_view log) {
 void log_clear() {
     std::lock_guard lock(g_lock);
     g_logs.clear();
+    g_unwritable.clear();
 }
 
 } // namespace zakhost

@@ -5,6 +5,8 @@
 #include <sys/file.h>
 #include <unistd.h>
 
+#include <charconv>
+#include <climits>
 #include <cstdlib>
 #include <fstream>
 #include <mutex>
@@ -133,12 +135,30 @@ std::string profile_string(std::string_view section, std::string_view key) {
     return profile_value(section, key).value_or("");
 }
 
+std::optional<int64_t> parse_int(std::string_view text) {
+    size_t first = text.find_first_not_of(" \t");
+    if (first == std::string_view::npos) return std::nullopt;
+    text = text.substr(first, text.find_last_not_of(" \t") + 1 - first);
+    bool negative = text[0] == '-';
+    if (negative || text[0] == '+') text.remove_prefix(1);
+    int base = 10;
+    if (text.size() > 2 && text[0] == '0' && (text[1] == 'x' || text[1] == 'X')) {
+        base = 16;
+        text.remove_prefix(2);
+    }
+    // from_chars takes no sign or prefix of its own, so "0x-1" and "--1" stay unparsable; a
+    // leading zero is not an octal prefix for it.
+    uint64_t magnitude = 0;
+    auto [end, error] = std::from_chars(text.data(), text.data() + text.size(), magnitude, base);
+    if (text.empty() || error != std::errc{} || end != text.data() + text.size()) return std::nullopt;
+    constexpr uint64_t kMax = static_cast<uint64_t>(INT64_MAX);
+    if (magnitude > kMax + (negative ? 1 : 0)) return std::nullopt;
+    return negative ? static_cast<int64_t>(0 - magnitude) : static_cast<int64_t>(magnitude);
+}
+
 int64_t profile_int(std::string_view section, std::string_view key, int64_t fallback) {
     auto value = profile_value(section, key);
-    if (!value || value->empty()) return fallback;
-    char *end = nullptr;
-    long long parsed = std::strtoll(value->c_str(), &end, 0);
-    return (end != nullptr && *end == '\0') ? parsed : fallback;
+    return value ? parse_int(*value).value_or(fallback) : fallback;
 }
 
 bool profile_bool(std::string_view section, std::string_view key) {
@@ -182,7 +202,7 @@ std::optional<std::string> state_value(std::string_view section, std::string_vie
     return std::nullopt;
 }
 
-void set_state_value(std::string_view section, std::string_view key, std::string_view value) {
+bool set_state_value(std::string_view section, std::string_view key, std::string_view value) {
     FileLock lock(state_path());
     Entries entries = read_ini(state_path());
     bool replaced = false;
@@ -210,12 +230,7 @@ void set_state_value(std::string_view section, std::string_view key, std::string
         for (const auto &e : entries)
             if (e.section == s) out << e.key << '=' << e.value << '\n';
     }
-    std::string tmp = state_path() + ".tmp";
-    {
-        std::ofstream file(tmp, std::ios::trunc);
-        file << out.str();
-    }
-    std::rename(tmp.c_str(), state_path().c_str());
+    return replace_file(state_path(), out.str());
 }
 
 } // namespace zakhost

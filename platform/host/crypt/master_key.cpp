@@ -42,7 +42,7 @@ void HashOf(const std::string &key, uint8_t *hash) {
 // A status word: the persisted state if any, else the profile's value.
 uint32_t Status(const char *key) {
     if (auto value = zakhost::state_value("master_key", key))
-        return static_cast<uint32_t>(std::strtoul(value->c_str(), nullptr, 0));
+        return static_cast<uint32_t>(zakhost::parse_int(*value).value_or(0));
     return static_cast<uint32_t>(zakhost::profile_int("master_key", key, 0));
 }
 
@@ -143,8 +143,7 @@ uint32_t QAV_MK_GetActiveStatus(void) {
 
 uint32_t QAV_MK_SetActiveStatus(uint32_t status) {
     if (zakhost::injected("QAV_MK_SetActiveStatus")) return NUK_MK_ERR_NOKEY;
-    zakhost::set_state_value("master_key", "active", std::to_string(status));
-    return 0;
+    return zakhost::set_state_value("master_key", "active", std::to_string(status)) ? 0 : NUK_MK_ERR_NOKEY;
 }
 
 uint32_t ZAK_GetMKConfigStatus(void) {
@@ -156,8 +155,8 @@ uint32_t ZAK_GetMKConfigStatus(void) {
 
 uint32_t ZAK_SetMKConfigStatus(uint32_t status) {
     if (zakhost::injected("ZAK_SetMKConfigStatus")) return NUK_MK_ERR_NOKEY;
-    zakhost::set_state_value("master_key", "config_status", std::to_string(status));
-    return 0;
+    return zakhost::set_state_value("master_key", "config_status", std::to_string(status)) ? 0
+                                                                                           : NUK_MK_ERR_NOKEY;
 }
 
 uint32_t SMP_VerifySystemPassword(const char *account, const char *password, const char *digest) {

@@ -20,9 +20,8 @@ std::vector<uint32_t> IdList(const std::string &text) {
     while (at < text.size()) {
         size_t comma = text.find(',', at);
         std::string item = text.substr(at, comma == std::string::npos ? std::string::npos : comma - at);
-        char *end = nullptr;
-        unsigned long value = std::strtoul(item.c_str(), &end, 0);
-        if (end != item.c_str()) ids.push_back(static_cast<uint32_t>(value));
+        if (std::optional<int64_t> value = zakhost::parse_int(item))
+            ids.push_back(static_cast<uint32_t>(*value));
         if (comma == std::string::npos) break;
         at = comma + 1;
     }

@@ -88,8 +88,9 @@ uint32_t copy_text(const std::string &text, char *out, size_t size) {
     return strcpy_s(out, size, text.c_str()) == EOK ? 0 : kTooLong;
 }
 
+// Decimal or 0x-hexadecimal; absent or unparsable reads as 0.
 uint32_t number_of(const std::string &text) {
-    return text.empty() ? 0 : static_cast<uint32_t>(std::strtoul(text.c_str(), nullptr, 0));
+    return static_cast<uint32_t>(zakhost::parse_int(text).value_or(0));
 }
 
 // Every File element of Product/FileList in document order.

@@ -5,7 +5,6 @@
 
 #include <unistd.h>
 
-#include <cerrno>
 #include <cstdlib>
 #include <cstring>
 #include <deque>
@@ -49,12 +48,9 @@ bool is(xmlNode *node, const char *name) {
 }
 
 bool parse_number(const std::string &text, uint64_t limit, uint64_t *value) {
-    if (text.empty()) return false;
-    char *end = nullptr;
-    errno = 0;
-    unsigned long long parsed = std::strtoull(text.c_str(), &end, 0);
-    if (errno != 0 || *end != '\0' || text[0] == '-' || parsed > limit) return false;
-    *value = parsed;
+    std::optional<int64_t> parsed = zakhost::parse_int(text);
+    if (!parsed || *parsed < 0 || static_cast<uint64_t>(*parsed) > limit) return false;
+    *value = static_cast<uint64_t>(*parsed);
     return true;
 }
 

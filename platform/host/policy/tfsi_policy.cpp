@@ -92,12 +92,12 @@ std::vector<Rule> rules() {
         }
         Rule rule;
         if (words.size() != 4 || canonical(words[0], false, &rule.prefix) != TFSI_OK) continue; // ignored
-        rule.minLevel = static_cast<uint32_t>(std::strtoul(words[1].c_str(), nullptr, 0));
+        rule.minLevel = static_cast<uint32_t>(zakhost::parse_int(words[1]).value_or(0));
         rule.anyGroup = words[2] == "*";
         for (size_t p = 0; !rule.anyGroup && p <= words[2].size();) {
             size_t comma = words[2].find(',', p);
             rule.groups.push_back(
-                static_cast<uint32_t>(std::strtoul(words[2].substr(p, comma - p).c_str(), nullptr, 0)));
+                static_cast<uint32_t>(zakhost::parse_int(words[2].substr(p, comma - p)).value_or(0)));
             if (comma == std::string::npos) break;
             p = comma + 1;
         }

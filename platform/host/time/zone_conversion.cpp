@@ -82,8 +82,7 @@ uint32_t ZAK_SetTzDstCfg(const ZAK_TIME_ZONE *zone, const ZAK_DST_RULE *rule) {
     if (!ConfigUsable(zone, rule) || std::memchr(zone->szName, 0, sizeof zone->szName) == nullptr ||
         std::memchr(rule->szName, 0, sizeof rule->szName) == nullptr)
         return ZAK_TIME_FAILED;
-    zakhost::zones::SetDeviceConfig(*zone, *rule);
-    return 0;
+    return zakhost::zones::SetDeviceConfig(*zone, *rule) ? 0 : ZAK_TIME_FAILED;
 }
 
 uint32_t ZAK_LocalTime2Gmt(const SYS_TIME *local, uint32_t isDst, SYS_TIME *gmt) {

@@ -196,9 +196,9 @@ void DeviceConfig(ZAK_TIME_ZONE *zone, ZAK_DST_RULE *rule) {
     if (!Unhex(state_value("time", "dst_rule"), rule, sizeof *rule)) std::memset(rule, 0, sizeof *rule);
 }
 
-void SetDeviceConfig(const ZAK_TIME_ZONE &zone, const ZAK_DST_RULE &rule) {
-    set_state_value("time", "zone", Hex(&zone, sizeof zone));
-    set_state_value("time", "dst_rule", Hex(&rule, sizeof rule));
+bool SetDeviceConfig(const ZAK_TIME_ZONE &zone, const ZAK_DST_RULE &rule) {
+    return set_state_value("time", "zone", Hex(&zone, sizeof zone)) &&
+           set_state_value("time", "dst_rule", Hex(&rule, sizeof rule));
 }
 
 } // namespace zakhost::zones

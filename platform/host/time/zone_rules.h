@@ -34,6 +34,6 @@ LocalReading LocalToGmt(const ZAK_TIME_ZONE &zone, const ZAK_DST_RULE &rule, cal
 
 // The device configuration (persisted state; UTC without daylight saving when never set).
 void DeviceConfig(ZAK_TIME_ZONE *zone, ZAK_DST_RULE *rule);
-void SetDeviceConfig(const ZAK_TIME_ZONE &zone, const ZAK_DST_RULE &rule);
+bool SetDeviceConfig(const ZAK_TIME_ZONE &zone, const ZAK_DST_RULE &rule);
 
 } // namespace zakhost::zones

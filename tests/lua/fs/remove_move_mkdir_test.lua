@@ -164,6 +164,11 @@ T.case("directory listing and tests", function()
     table.sort(names)
     T.eq(names, { ".", "..", "f", "sub" })
     T.eq(T.results(m.luafs_closedir(h)), { n = 1, 0 })
+    -- A closed, or never opened, handle is answered as the null handle is.
+    for _, stale in ipairs({ h, debug.upvalueid(T.eq, 1) }) do
+        T.eq({ T.results(m.luafs_readdir(stale)), T.results(m.luafs_closedir(stale)) },
+            { { n = 1, -1 }, { n = 1, 0 } })
+    end
     zh.log_clear()
     local bad = m.luafs_opendir("no/such/dir")
     T.has_line(zh.log_lines("upgrade"), "opendir's return null!")

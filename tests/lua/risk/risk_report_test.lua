@@ -79,6 +79,13 @@ T.case("texts are cut to their limits; entity references in texts are interprete
     T.eq(row[2][2], string.rep("d", 1023))
     T.eq(row[3][2], "<act>")
     T.eq(#row[4][2], 1023)
+    -- A cut never splits a UTF-8 character, so the report stays readable for the next addition.
+    T.eq(m.qav_AddRiskCheckResult(report, "G", string.rep("中", 100), string.rep("é", 700), "a",
+        string.rep("s", 1021) .. "\xF0\x90\x8D\x88"), 0)
+    T.eq(m.qav_AddRiskCheckResult(report, "G", "c", "d", "a", "s"), 0)
+    local rows = items_of(X.parse_file(report).children[2])
+    T.eq({ rows[2][1][2], rows[2][2][2], rows[2][4][2], rows[3].index },
+        { string.rep("中", 42), string.rep("é", 511), string.rep("s", 1021), "3" })
 end)
 
 T.case("a report that is not a RiskCheck document is never changed", function()
@@ -132,6 +139,10 @@ T.case("platform failures: save, owner change, allocation, node creation", funct
     zh.inject("ZAK_Adapt_xmlSaveFormatFileEnc", -1)
     T.eq(m.qav_AddRiskCheckResult(report, "G", "c", "d", "a", "s"), 1)
     T.eq(X.names(X.parse_file(report)), { "NeName" })
+    -- A real write failure: libxml2's own message and the path with the reason go to syslog.
+    T.eq(m.qav_InitRiskCheckXmlFile(report .. "/r.xml", "n", "i"), 1)
+    T.has_line(zh.log_lines("syslog"), "libxml2 I/O error: Not a directory")
+    T.has_line(zh.log_lines("syslog"), "cannot write " .. report .. "/r.xml: Not a directory")
     T.eq(zh.memory().blocks, before)
 end)
 
