@@ -58,6 +58,12 @@ function zakhost.inject(service, result, skip, count) end
 ---@return {blocks: integer, bytes: integer} memory
 function zakhost.memory() end
 
+---Whether `v` is nil or the null light user data: the handle a failed `luafs_opendir` returns,
+---which counts as true in a condition (`if d then` does not catch the failure).
+---@param v any
+---@return boolean null
+function zakhost.isnull(v) end
+
 ---Sets (or with no value unsets) an environment variable of the process.
 ---@param name string
 ---@param value? string
