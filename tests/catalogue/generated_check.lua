@@ -84,6 +84,33 @@ for _, f in ipairs(cat.functions) do
     end
 end
 
+-- Every table argument and result shows its shape and an example that is valid Lua; the argument
+-- counts, the profile facts and the logs of the catalogue are there too, and the facts authors
+-- tripped over are named where they matter.
+local function section_of(name)
+    local at = reference:find("\n### " .. name .. "\n", 1, true)
+    return at and reference:sub(at + 1, (reference:find("\n### ", at + 1, true) or #reference)) or ""
+end
+for _, f in ipairs(cat.functions) do
+    local section = section_of(f.name)
+    check(section:find("\nTakes ", 1, true) ~= nil, f.name .. ": argument counts in the reference")
+    for name, shape in pairs(f.shapes or {}) do
+        check(section:find("Table `" .. name .. "`: ", 1, true) and section:find("```lua\n" .. shape[2] .. "\n```", 1, true),
+              f.name .. ": shape and example of table " .. name)
+        check(load("return " .. shape[2]) or load(shape[2]), f.name .. ": the example of " .. name .. " is Lua: " .. shape[2])
+        check(not shape[2]:find("{fid, value}", 1, true), f.name .. ": " .. name .. " shows items as {fid, value}")
+    end
+    for _, fact in ipairs(f.profile or {}) do check(section:find(fact, 1, true), f.name .. ": profile fact " .. fact) end
+    for _, log in ipairs(f.logs or {}) do check(section:find("`" .. log .. ".log`", 1, true), f.name .. ": log " .. log) end
+end
+for _, named in ipairs {
+    {"qav_RpmGetVersionInfo", "`[device] morlo`"}, {"qav_VerifyAndSetGuestOSKey", "`[device] nps`"},
+    {"luafs_opendir", "zakhost.isnull"}, {"qav_Lock", "Takes 3 arguments; another count answers `1`."},
+    {"qav_set_patch_errinfo", "{fid = 1, value = 1}"}, {"qav_Belto_BinToAsc", "bytes, count, lowercase"},
+} do
+    check(section_of(named[1]):find(named[2], 1, true), named[1] .. " names " .. named[2])
+end
+
 -- Every library function the examples call is declared, and called with no more arguments than
 -- it takes and no fewer than it needs (what the language server reports as redundant or missing
 -- parameters).
