@@ -24,7 +24,7 @@ prefix=$work/prefix
 for f in bin/qavlua bin/qavpkg lib/libqavluacommon.so lib/libzakhost.so lib/zakhost.so \
          include/qavluacommon/script_engine.h include/qavluacommon/zak_file.h \
          share/qavluacommon/meta/libqavluacommon.lua share/qavluacommon/meta/zakhost.lua \
-         share/qavluacommon/reference.md \
+         share/qavluacommon/reference.md share/qavluacommon/luacheckrc \
          share/qavluacommon/functions.lua share/qavluacommon/examples/upgrade_precheck.lua \
          lib/pkgconfig/qavluacommon.pc lib/cmake/qavluacommon/qavluacommonConfig.cmake \
          lib/cmake/qavluacommon/qavluacommonConfigVersion.cmake; do
@@ -57,6 +57,7 @@ fi
 "$qavlua" --root "$work/sandbox2" "$prefix/share/qavluacommon/examples/upgrade_precheck.lua" >"$work/precheck.out" ||
     fail "installed example"
 grep -qF "2 finding(s)" "$work/precheck.out" || fail "installed example output"
+"$qavlua" check "$prefix"/share/qavluacommon/examples/*.lua 2>/dev/null || fail "qavlua check of the installed examples"
 
 # pkg-config: a program embedding Lua opens the library.
 export PKG_CONFIG_PATH="$prefix/lib/pkgconfig"

@@ -26,6 +26,7 @@ int luaopen_libqavluacommon(lua_State *state);
 int luaopen_zakhost(lua_State *state);
 }
 
+#include "check.h"
 #include "host.h"
 
 namespace {
@@ -116,6 +117,8 @@ int run_script(const std::string &script, const std::vector<std::string> &args, 
 } // namespace
 
 int main(int argc, char **argv) {
+    if (argc >= 2 && std::strcmp(argv[1], "check") == 0)
+        return qavlua_check(std::vector<std::string>(argv + 2, argv + argc));
     std::vector<std::string> a(argv + 1, argv + argc);
     if (a.size() == 2 && a[0] == "init") {
         std::string error = zakhost::init_sandbox(absolute(a[1]));
