@@ -99,6 +99,22 @@ function M.load(path)
     return cat
 end
 
+-- For the generators: the catalogue, or its problems on standard error and exit status 1.
+function M.load_or_exit(path)
+    local ok, cat = pcall(M.load, path)
+    if ok then return cat end
+    io.stderr:write(path .. ":\n" .. tostring(cat) .. "\n")
+    os.exit(1)
+end
+
+-- Writes a generated file whole (through a temporary file, so a failed run leaves no half file).
+function M.write(path, text)
+    local file = assert(io.open(path .. ".tmp", "w"))
+    file:write(text)
+    file:close()
+    assert(os.rename(path .. ".tmp", path))
+end
+
 -- The (name, entry) pairs of the registry source, in order, duplicates included.
 function M.registry(path)
     local entries = {}

@@ -9,11 +9,7 @@ if not (catalogue_path and zakhost_path and luacheck_out and table_out) then
     io.stderr:write("usage: checks.lua CATALOGUE ZAKHOST_DEFINITIONS LUACHECKRC_OUT TABLE_OUT\n")
     os.exit(2)
 end
-local ok, cat = pcall(C.load, catalogue_path)
-if not ok then
-    io.stderr:write(catalogue_path .. ":\n" .. tostring(cat) .. "\n")
-    os.exit(1)
-end
+local cat = C.load_or_exit(catalogue_path)
 
 -- The functions the zakhost definitions declare, in their order.
 local zakhost = {}
@@ -22,12 +18,7 @@ for name in assert(io.open(zakhost_path)):read("*a"):gmatch("\nfunction zakhost%
 end
 assert(#zakhost > 0, "no zakhost functions in " .. zakhost_path)
 
-local function write(path, text)
-    local file = assert(io.open(path .. ".tmp", "w"))
-    file:write(text)
-    file:close()
-    assert(os.rename(path .. ".tmp", path))
-end
+local write = C.write
 
 local function fields(names, indent)
     local lines = {}

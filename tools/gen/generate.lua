@@ -9,11 +9,7 @@ if not (catalogue_path and meta_out and reference_out) then
     os.exit(2)
 end
 
-local ok, cat = pcall(C.load, catalogue_path)
-if not ok then
-    io.stderr:write(catalogue_path .. ":\n" .. tostring(cat) .. "\n")
-    os.exit(1)
-end
+local cat = C.load_or_exit(catalogue_path)
 
 local KEYWORDS = {}
 for w in ([[and break do else elseif end false for function goto if in local nil not or repeat
@@ -67,12 +63,7 @@ for _, f in ipairs(cat.functions) do
     table.insert(byArea[f.area], f)
 end
 
-local function write(path, text)
-    local file = assert(io.open(path .. ".tmp", "w"))
-    file:write(text)
-    file:close()
-    assert(os.rename(path .. ".tmp", path))
-end
+local write = C.write
 
 -- Lua language server definitions ----------------------------------------------------------------
 local meta = {

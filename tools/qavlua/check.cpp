@@ -303,8 +303,10 @@ class FileCheck {
     void define(size_t i) {
         std::string name = t_[i].text;
         aliases_.erase(name);
-        if (!is_op("=", i + 1)) return;
-        size_t value = i + 2;
+        size_t equals = i + 1;
+        if (is_op("<", equals) && is_op(">", equals + 2)) equals += 3; // local m <const> = ...
+        if (!is_op("=", equals)) return;
+        size_t value = equals + 1;
         if (auto field = field_at(value);
             field && field->module == Target::Library && !is_call(field->next)) {
             aliases_[name] = {Target::LibraryFunction, field->name};
