@@ -87,6 +87,11 @@ function M.load(path)
                 end
             end
         end
+        for _, list in ipairs {f.arglist or {}, f.resultlist or {}} do
+            for _, a in ipairs(list) do
+                if a.name:match("^%a%d?$") then bad(where .. ": the name " .. a.name .. " does not say what it is") end
+            end
+        end
         for name in pairs(f.shapes or {}) do
             local known = false
             for _, list in ipairs {f.arglist or {}, f.resultlist or {}} do
