@@ -184,10 +184,8 @@ for _, area in ipairs(cat.areas) do
                 local note = a.optional and " (may be left out)" or a.type:find("|nil", 1, true) and " (pass nil when unused)" or ""
                 put(("| `%s` | `%s`%s |"):format(a.name, escape(a.type), note))
             end
-        else
-            put("No arguments.")
+            put("")
         end
-        put("")
         put(counts_line(f))
         put("")
         if #f.resultlist > 0 then
