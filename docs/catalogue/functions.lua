@@ -757,7 +757,7 @@ crypt("qav_MK_InputKeyIsSecurity", "QAV_MK_InputKeyIsSecurity", "key:string", "s
 crypt("qav_MK_GetMKHashValue", "QAV_MK_GetMKHashValue", "", "status:integer, hash:string?", {"0 read (sixteen \"0\" for the default key)", "0xFFFFFFFF failure"},
       "Returns the hash text of the current master key.", {profile = {MKEY}})
 crypt("qav_VerifyAndSetGuestOSKey", "QAV_VerifyAndSetGuestOSKey", "user:string, old:string, new:string", "status:integer?, hash:string?",
-      {"no result: the device is not an NPS", "0 changed", "1000 bad arguments", "1001 no such user", "1002 old password wrong", "1003 change failed", "1004 new password was used before"},
+      {"no result: the device is not an NPS", "0 changed", "1000 bad arguments", "1001 no such user", "1002 old password wrong", "1003 change failed (also when the new password was used before)"},
       "Verifies an OS user's old password, sets the new one and returns its new shadow hash.", refusing(1000, "`[device] nps` must be 1: on any other device the function returns nothing", "the accounts are the sandbox's etc/passwd and etc/shadow (`qavlua init` writes a `guest` with the password \"Guest#Pass1\")"))
 
 -- Version configuration and package checks -----------------------------------------------------
