@@ -10,6 +10,7 @@ args=${*:-5.4}
 packages="cmake make g++ pkg-config libxml2-dev libssl-dev libcrypt-dev libgtest-dev openssl bubblewrap"
 packages="$packages lua-busted" # the busted example runs its test file through qavlua
 packages="$packages passwd libpam-modules perl" # the password tool in the device jail, crypt(3) in tests
+packages="$packages lua-check"  # the generated luacheck configuration is tried on the examples
 arm=no
 for a in $args; do
     case $a in

@@ -30,7 +30,8 @@ function zakhost.stamps() end
 ---@return number offset
 function zakhost.clock_advance(seconds) end
 
----The sandbox root directory.
+---The device root as a prefix of absolute device paths: "" in the jail (where the device root is /),
+---so that `zakhost.root() .. "/etc/shadow"` names the device's file in and out of the jail.
 ---@return string root
 function zakhost.root() end
 
@@ -57,6 +58,12 @@ function zakhost.inject(service, result, skip, count) end
 ---The platform allocator's live blocks and bytes.
 ---@return {blocks: integer, bytes: integer} memory
 function zakhost.memory() end
+
+---Whether `v` is nil or the null light user data: the handle a failed `luafs_opendir` returns,
+---which counts as true in a condition (`if d then` does not catch the failure).
+---@param v any
+---@return boolean null
+function zakhost.isnull(v) end
 
 ---Sets (or with no value unsets) an environment variable of the process.
 ---@param name string

@@ -51,6 +51,20 @@ void allow_host_commands(bool allow);
 // refused (the refusal is logged to syslog with the reason and the fix).
 int run_command(const char *const argv[]);
 
+// ---- XML ---------------------------------------------------------------------------------
+// Silences libxml2's error output on this thread while it lives: for readers whose callers get
+// the failure as a result code, so the messages would be noise (elsewhere they go to syslog).
+class XmlErrorsQuiet {
+  public:
+    XmlErrorsQuiet();
+    ~XmlErrorsQuiet();
+    XmlErrorsQuiet(const XmlErrorsQuiet &) = delete;
+    XmlErrorsQuiet &operator=(const XmlErrorsQuiet &) = delete;
+
+  private:
+    void *generic_, *genericContext_, *structured_, *structuredContext_;
+};
+
 // ---- Profile ---------------------------------------------------------------------------------
 // A default for one profile key; families declare theirs as namespace-scope objects so that
 // `zakhost.profile` and the documentation see every key:

@@ -1,7 +1,7 @@
 -- Checks the files generated from the catalogue: the Lua language server definitions load in a
--- stock interpreter and declare every function with its parameters and results, the reference
--- documents every function with its codes under its area, and every library function the
--- examples call is declared (what an editor would flag as unknown).
+-- stock interpreter and declare every function with its parameters and results, and the reference
+-- documents every function under its area with its codes, argument counts, table shapes, profile
+-- facts and logs. (cli/check_scripts checks the examples' calls against the catalogue.)
 -- usage: lua5.x generated_check.lua SOURCE_DIR META_FILE REFERENCE_FILE
 local source, metaPath, referencePath = arg[1], arg[2], arg[3]
 local C = dofile(source .. "/tools/gen/catalogue.lua")
@@ -84,65 +84,32 @@ for _, f in ipairs(cat.functions) do
     end
 end
 
--- Every library function the examples call is declared, and called with no more arguments than
--- it takes and no fewer than it needs (what the language server reports as redundant or missing
--- parameters).
-local declared = {}
-for _, f in ipairs(cat.functions) do declared[f.name] = f end
-
--- The number of arguments of the call whose "(" is at position open in text.
-local function argument_count(text, open)
-    local depth, count, i, empty = 0, 0, open + 1, true
-    while i <= #text do
-        local c = text:sub(i, i)
-        if c == '"' or c == "'" then
-            local close = i + 1
-            while text:sub(close, close) ~= c do close = close + (text:sub(close, close) == "\\" and 2 or 1) end
-            i, empty = close, false
-        elseif c == "(" or c == "{" or c == "[" then
-            depth, empty = depth + 1, false
-        elseif c == ")" or c == "}" or c == "]" then
-            if depth == 0 then return empty and 0 or count + 1 end
-            depth = depth - 1
-        elseif c == "," and depth == 0 then
-            count = count + 1
-        elseif not c:match("%s") then
-            empty = false
-        end
-        i = i + 1
-    end
-    return -1
+-- Every table argument and result shows its shape and an example that is valid Lua; the argument
+-- counts, the profile facts and the logs of the catalogue are there too, and the facts authors
+-- tripped over are named where they matter.
+local function section_of(name)
+    local at = reference:find("\n### " .. name .. "\n", 1, true)
+    return at and reference:sub(at + 1, (reference:find("\n### ", at + 1, true) or #reference)) or ""
 end
-
-local function check_call(path, text, name, open)
-    local f = declared[name]
-    check(f ~= nil, path .. ": unknown function " .. name)
-    if not f then return end
-    local n = argument_count(text, open)
-    local variadic = #f.arglist > 0 and f.arglist[#f.arglist].name == "..."
-    local needed = 0
-    for _, a in ipairs(f.arglist) do if not a.optional and a.name ~= "..." then needed = needed + 1 end end
-    check(variadic or n <= #f.arglist, ("%s: %s called with %d arguments, takes %d"):format(path, name, n, #f.arglist))
-    check(n >= needed, ("%s: %s called with %d arguments, needs %d"):format(path, name, n, needed))
-end
-local p = io.popen("find '" .. source .. "/examples' -name '*.lua'")
-local used = 0
-for path in p:lines() do
-    local text = read(path)
-    local alias = text:match("local (%w+) = libqavluacommon")
-    for name, open in text:gmatch("libqavluacommon%.([%w_]+)%s*()%(") do
-        used = used + 1
-        check_call(path, text, name, open)
+for _, f in ipairs(cat.functions) do
+    local section = section_of(f.name)
+    check(section:find("\nTakes ", 1, true) ~= nil, f.name .. ": argument counts in the reference")
+    for name, shape in pairs(f.shapes or {}) do
+        check(section:find("Table `" .. name .. "`: ", 1, true) and section:find("```lua\n" .. shape[2] .. "\n```", 1, true),
+              f.name .. ": shape and example of table " .. name)
+        check(load("return " .. shape[2]) or load(shape[2]), f.name .. ": the example of " .. name .. " is Lua: " .. shape[2])
+        check(not shape[2]:find("{fid, value}", 1, true), f.name .. ": " .. name .. " shows items as {fid, value}")
     end
-    if alias then
-        for name, open in text:gmatch("%f[%w_]" .. alias .. "%.([%w_]+)()%(") do
-            used = used + 1
-            check_call(path, text, name, open)
-        end
-    end
+    for _, fact in ipairs(f.profile or {}) do check(section:find(fact, 1, true), f.name .. ": profile fact " .. fact) end
+    for _, log in ipairs(f.logs or {}) do check(section:find("`" .. log .. ".log`", 1, true), f.name .. ": log " .. log) end
 end
-p:close()
-check(used > 20, "the examples call the library (" .. used .. " calls seen)")
+for _, named in ipairs {
+    {"qav_RpmGetVersionInfo", "`[device] morlo`"}, {"qav_VerifyAndSetGuestOSKey", "`[device] nps`"},
+    {"luafs_opendir", "zakhost.isnull"}, {"qav_Lock", "Takes 3 arguments; another count answers `1`."},
+    {"qav_set_patch_errinfo", "{fid = 1, value = 1}"}, {"qav_Belto_BinToAsc", "bytes, count, lowercase"},
+} do
+    check(section_of(named[1]):find(named[2], 1, true), named[1] .. " names " .. named[2])
+end
 
 if failures > 0 then
     io.stderr:write(failures .. " failure(s)\n")

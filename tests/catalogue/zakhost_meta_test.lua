@@ -14,4 +14,13 @@ T.case("the definitions declare every function of the module and nothing else", 
     for name in pairs(declared) do T.ok(type(zh[name]) == "function", "declared but absent: zakhost." .. name) end
 end)
 
+T.case("isnull tells the null handle of a failed luafs_opendir from a real one", function()
+    local m = libqavluacommon
+    local failed, open = m.luafs_opendir("no/such/dir"), m.luafs_opendir(".")
+    for _, c in ipairs {{failed, true}, {nil, true}, {open, false}, {false, false}, {0, false}, {"", false}} do
+        T.eq(zh.isnull(c[1]), c[2], "isnull(" .. tostring(c[1]) .. ")")
+    end
+    m.luafs_closedir(open)
+end)
+
 T.run()

@@ -24,7 +24,7 @@ prefix=$work/prefix
 for f in bin/qavlua bin/qavpkg lib/libqavluacommon.so lib/libzakhost.so lib/zakhost.so \
          include/qavluacommon/script_engine.h include/qavluacommon/zak_file.h \
          share/qavluacommon/meta/libqavluacommon.lua share/qavluacommon/meta/zakhost.lua \
-         share/qavluacommon/reference.md \
+         share/qavluacommon/reference.md share/qavluacommon/luacheckrc \
          share/qavluacommon/functions.lua share/qavluacommon/examples/upgrade_precheck.lua \
          lib/pkgconfig/qavluacommon.pc lib/cmake/qavluacommon/qavluacommonConfig.cmake \
          lib/cmake/qavluacommon/qavluacommonConfigVersion.cmake; do
@@ -51,12 +51,13 @@ fi
 # The installed runner in a fresh sandbox: a device script, and an installed example that builds
 # its packages with the installed qavpkg.
 "$qavlua" init "$work/sandbox" >/dev/null
-"$qavlua" --root "$work/sandbox" "$source/tests/install/device_check.lua" | grep -qF "installed qavlua ran the device script" ||
+"$qavlua" --root "$work/sandbox" "$source/tests/install/consumer/check.lua" | grep -qF "installed qavlua ran the device script" ||
     fail "device script"
 "$qavlua" init "$work/sandbox2" >/dev/null
 "$qavlua" --root "$work/sandbox2" "$prefix/share/qavluacommon/examples/upgrade_precheck.lua" >"$work/precheck.out" ||
     fail "installed example"
 grep -qF "2 finding(s)" "$work/precheck.out" || fail "installed example output"
+"$qavlua" check "$prefix"/share/qavluacommon/examples/*.lua 2>/dev/null || fail "qavlua check of the installed examples"
 
 # pkg-config: a program embedding Lua opens the library.
 export PKG_CONFIG_PATH="$prefix/lib/pkgconfig"
@@ -70,11 +71,14 @@ cc -o "$work/embed" "$source/tests/install/embed.c" $(pkg-config --cflags --libs
     fail "build through pkg-config"
 ZAKHOST_ROOT=$work/sandbox "$work/embed" | grep -qF "status 0 port 41004" || fail "embedded library"
 
-# The CMake package: a project builds the same program and runs its device-script test.
-cmake -S "$source/tests/install/consumer" -B "$work/consumer" -DCMAKE_PREFIX_PATH="$prefix" >/dev/null ||
-    fail "configure with find_package"
-cmake --build "$work/consumer" >/dev/null || fail "build with the CMake package"
-ZAKHOST_ROOT=$work/sandbox "$work/consumer/embed" | grep -qF "status 0 port 41004" || fail "CMake-built program"
+# The CMake package: a project set up by the README's snippet, as written there, builds the same
+# program and runs its device-script test.
+sed -n '/^```cmake$/,/^```$/p' "$source/README.md" | sed '1d;$d' >"$work/snippet.cmake"
+grep -q 'target_link_libraries(mytool' "$work/snippet.cmake" || fail "no CMake snippet in README.md"
+cmake -S "$source/tests/install/consumer" -B "$work/consumer" -DCMAKE_PREFIX_PATH="$prefix" \
+    -DREADME_SNIPPET="$work/snippet.cmake" >"$work/consumer.log" 2>&1 || { cat "$work/consumer.log" >&2; fail "configure with find_package"; }
+cmake --build "$work/consumer" >"$work/consumer.log" 2>&1 || { cat "$work/consumer.log" >&2; fail "build with the CMake package"; }
+ZAKHOST_ROOT=$work/sandbox "$work/consumer/mytool" | grep -qF "status 0 port 41004" || fail "CMake-built program"
 (cd "$work/consumer" && ctest --output-on-failure >/dev/null) || fail "the project's device-script test"
 grep -qF "$prefix/share/qavluacommon/meta" "$work/consumer/found.txt" || fail "qavluacommon_META_DIR"
 

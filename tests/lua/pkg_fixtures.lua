@@ -27,7 +27,7 @@ function F.qavpkg(...)
     local parts = { quote(F.qavpkg_bin) }
     for _, a in ipairs({ ... }) do parts[#parts + 1] = quote(a) end
     local command = table.concat(parts, " ")
-    assert(F.sh(command .. " 2>&1"), "qavpkg failed: " .. command)
+    assert(F.sh(command .. " 2>&1 >/dev/null"), "qavpkg failed: " .. command)
 end
 
 function F.write(path, content)

@@ -21,6 +21,22 @@ function M.parse_list(text)
     return list
 end
 
+-- The argument counts a function accepts: the arguments not marked optional, and every listed
+-- one (nil: any number, for "...", unless maxargs bounds it).
+function M.counts(f)
+    local min, max = 0, 0
+    for _, a in ipairs(f.arglist) do
+        if a.name == "..." then return min, f.maxargs end
+        max = max + 1
+        if not a.optional then min = max end
+    end
+    return min, max
+end
+
+local LOGS = {}
+for name in ("upgrade patch diag base syslog issu cms sdm ha trace"):gmatch("%a+") do LOGS[name] = true end
+M.logs = LOGS
+
 -- Loads and validates the catalogue; raises with every problem found.
 function M.load(path)
     local chunk = assert(loadfile(path))
@@ -48,9 +64,60 @@ function M.load(path)
         if f.results then f.resultlist, msg = M.parse_list(f.results) end
         if msg then bad(where .. ": results: " .. msg) end
         if type(f.summary) == "string" and not f.summary:match("%.$") then bad(where .. ": summary is not a sentence") end
+        local bc = f.badcount
+        if bc ~= nil and type(bc) ~= "number" and bc ~= "" and bc ~= "count" then
+            bad(where .. ": badcount is a number, \"\" or \"count\"")
+        end
+        if f.ignoresextra and bc == nil then bad(where .. ": ignoresextra without badcount") end
+        if f.maxargs and not (f.arglist and f.arglist[#f.arglist] and f.arglist[#f.arglist].name == "...") then
+            bad(where .. ": maxargs without \"...\"")
+        end
+        for _, l in ipairs(f.logs or {}) do
+            if not LOGS[l] then bad(where .. ": unknown log " .. tostring(l)) end
+        end
+        for name, shape in pairs(f.shapes or {}) do
+            if type(shape) ~= "table" or type(shape[1]) ~= "string" or type(shape[2]) ~= "string" then
+                bad(where .. ": shape of " .. tostring(name) .. " is {text, example}")
+            end
+        end
+        for _, list in ipairs {f.arglist or {}, f.resultlist or {}} do
+            for _, a in ipairs(list) do
+                if a.type:find("table", 1, true) and not (f.shapes and f.shapes[a.name]) then
+                    bad(where .. ": table " .. a.name .. " has no shape")
+                end
+            end
+        end
+        for _, list in ipairs {f.arglist or {}, f.resultlist or {}} do
+            for _, a in ipairs(list) do
+                if a.name:match("^%a%d?$") then bad(where .. ": the name " .. a.name .. " does not say what it is") end
+            end
+        end
+        for name in pairs(f.shapes or {}) do
+            local known = false
+            for _, list in ipairs {f.arglist or {}, f.resultlist or {}} do
+                for _, a in ipairs(list) do known = known or a.name == name end
+            end
+            if not known then bad(where .. ": shape of unknown argument or result " .. tostring(name)) end
+        end
     end
     if #problems > 0 then error(table.concat(problems, "\n"), 0) end
     return cat
+end
+
+-- For the generators: the catalogue, or its problems on standard error and exit status 1.
+function M.load_or_exit(path)
+    local ok, cat = pcall(M.load, path)
+    if ok then return cat end
+    io.stderr:write(path .. ":\n" .. tostring(cat) .. "\n")
+    os.exit(1)
+end
+
+-- Writes a generated file whole (through a temporary file, so a failed run leaves no half file).
+function M.write(path, text)
+    local file = assert(io.open(path .. ".tmp", "w"))
+    file:write(text)
+    file:close()
+    assert(os.rename(path .. ".tmp", path))
 end
 
 -- The (name, entry) pairs of the registry source, in order, duplicates included.

@@ -9,11 +9,7 @@ if not (catalogue_path and meta_out and reference_out) then
     os.exit(2)
 end
 
-local ok, cat = pcall(C.load, catalogue_path)
-if not ok then
-    io.stderr:write(catalogue_path .. ":\n" .. tostring(cat) .. "\n")
-    os.exit(1)
-end
+local cat = C.load_or_exit(catalogue_path)
 
 local KEYWORDS = {}
 for w in ([[and break do else elseif end false for function goto if in local nil not or repeat
@@ -32,6 +28,34 @@ local function code_line(text)
     return "`" .. code .. "` " .. meaning
 end
 
+-- "0xFFFFFFFF" for the unsigned codes as the reference writes them, else the number.
+local function code_text(value)
+    if value == "" then return "an empty text" end
+    if value == "count" then return "the argument count itself" end
+    if value >= 0x10000 then return ("`0x%X`"):format(value) end
+    return ("`%d`"):format(value)
+end
+
+-- What the function accepts: "Takes 3 arguments; another count answers `1`."
+local function counts_line(f)
+    local min, max = C.counts(f)
+    local took
+    if max == nil then
+        took = min == 0 and "Takes any number of arguments" or ("Takes %d or more arguments"):format(min)
+    elseif min == max then
+        took = min == 0 and "Takes no arguments" or ("Takes %d argument%s"):format(min, min == 1 and "" or "s")
+    else
+        took = ("Takes %d to %d arguments"):format(min, max)
+    end
+    if f.badcount == nil then
+        return took .. (max and min == max and min > 0 and " (a missing one reads as nil; more are ignored)." or ".")
+    end
+    if f.ignoresextra then
+        return ("%s; fewer answer %s, more are ignored."):format(took, code_text(f.badcount))
+    end
+    return ("%s; another count answers %s."):format(took, code_text(f.badcount))
+end
+
 -- Functions grouped by area in catalogue order, areas in their listed order.
 local byArea = {}
 for _, f in ipairs(cat.functions) do
@@ -39,12 +63,7 @@ for _, f in ipairs(cat.functions) do
     table.insert(byArea[f.area], f)
 end
 
-local function write(path, text)
-    local file = assert(io.open(path .. ".tmp", "w"))
-    file:write(text)
-    file:close()
-    assert(os.rename(path .. ".tmp", path))
-end
+local write = C.write
 
 -- Lua language server definitions ----------------------------------------------------------------
 local meta = {
@@ -71,12 +90,21 @@ for _, area in ipairs(cat.areas) do
             for _, c in ipairs(f.codes) do add("--- * " .. code_line(c)) end
         end
         add("---")
+        add("---" .. counts_line(f))
+        for _, p in ipairs(f.profile or {}) do add("---Profile: " .. p .. ".") end
+        if f.logs then add("---Logs to: " .. table.concat(f.logs, ", ") .. ".") end
+        for _, r in ipairs(f.resultlist) do
+            local shape = f.shapes and f.shapes[r.name]
+            if shape then add(("---Result `%s`: %s; e.g. `%s`."):format(r.name, shape[1], shape[2])) end
+        end
         add("---Entry function `" .. f.entry .. "`; area: " .. area.title .. ".")
         local params = {}
         for _, a in ipairs(f.arglist) do
             local name = ident(a.name)
             params[#params + 1] = name
-            add(("---@param %s%s %s"):format(name, a.optional and "?" or "", a.type))
+            local shape = f.shapes and f.shapes[a.name]
+            add(("---@param %s%s %s%s"):format(name, a.optional and "?" or "", a.type,
+                                               shape and (" " .. shape[1] .. "; e.g. `" .. shape[2] .. "`") or ""))
         end
         for _, r in ipairs(f.resultlist) do
             if r.name == "..." then
@@ -113,6 +141,17 @@ put("Generated from `docs/catalogue/functions.lua`; do not edit. " .. #cat.funct
 put("`libqavluacommon.<name>(...)` and never raises a Lua error: failures come back as result codes.")
 put("Codes are shown as the script sees them; `0xFFFFFFFF` is the unsigned form of -1.")
 put("")
+put("- **Argument counts.** Each function says how many arguments it takes and what it answers to a call")
+put("  with another count. An argument typed `...|nil` must still be passed (as `nil`): leaving it out")
+put("  changes the count. `qavlua check FILE...` finds calls with a count a function does not take.")
+put("- **Tables.** Every table argument and result shows its shape and an example. Items are tables with")
+put("  named fields: `{fid = 1, value = v}`, never `{1, v}`.")
+put("- **Profile facts.** The host platform answers from the sandbox profile (`<root>/zakhost.ini`, or")
+put("  `zakhost.profile_set(section, key, value)` in a test); where a key changes a function's results,")
+put("  the function names it.")
+put("- **Logs.** Failures are logged rather than raised; each function names the logs it writes to,")
+put("  `<root>/log/<log>.log` under `qavlua` (`zakhost.log_lines(\"<log>\")` in a test).")
+put("")
 put("## Areas")
 put("")
 for _, area in ipairs(cat.areas) do
@@ -142,11 +181,12 @@ for _, area in ipairs(cat.areas) do
             put("| Argument | Type |")
             put("|---|---|")
             for _, a in ipairs(f.arglist) do
-                put(("| `%s` | `%s`%s |"):format(a.name, escape(a.type), a.optional and " (may be left out)" or ""))
+                local note = a.optional and " (may be left out)" or a.type:find("|nil", 1, true) and " (pass nil when unused)" or ""
+                put(("| `%s` | `%s`%s |"):format(a.name, escape(a.type), note))
             end
-        else
-            put("No arguments.")
+            put("")
         end
+        put(counts_line(f))
         put("")
         if #f.resultlist > 0 then
             put("| Result | Type |")
@@ -158,10 +198,39 @@ for _, area in ipairs(cat.areas) do
             put("No results.")
         end
         put("")
+        -- Tables: their shape and an example, arguments first, each name once.
+        local shown = {}
+        for _, list in ipairs {f.arglist, f.resultlist} do
+            for _, a in ipairs(list) do
+                local shape = f.shapes and f.shapes[a.name]
+                if shape and not shown[a.name] then
+                    shown[a.name] = true
+                    put(("Table `%s`: %s."):format(a.name, escape(shape[1])))
+                    put("")
+                    put("```lua")
+                    put(shape[2])
+                    put("```")
+                    put("")
+                end
+            end
+        end
         if #f.codes > 0 then
             put("Codes:")
             put("")
             for _, c in ipairs(f.codes) do put("- " .. code_line(c)) end
+            put("")
+        end
+        if f.profile then
+            put("Profile facts (`<root>/zakhost.ini`, or `zakhost.profile_set`) that change the results:")
+            put("")
+            for _, p in ipairs(f.profile) do put("- " .. p) end
+            put("")
+        end
+        if f.logs then
+            local files = {}
+            for i, l in ipairs(f.logs) do files[i] = "`" .. l .. ".log`" end
+            put("Logs (failures among the lines): " .. table.concat(files, ", ") .. " in `<root>/log/` (`zakhost.log_lines(\"" ..
+                f.logs[1] .. "\")`).")
             put("")
         end
     end

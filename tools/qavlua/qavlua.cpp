@@ -25,6 +25,7 @@ int luaopen_libqavluacommon(lua_State *state);
 int luaopen_zakhost(lua_State *state);
 }
 
+#include "check.h"
 #include "host.h"
 #include "options.h"
 
@@ -151,6 +152,8 @@ int init_here(const qavlua::Options &o) {
 } // namespace
 
 int main(int argc, char **argv) {
+    if (argc >= 2 && std::strcmp(argv[1], "check") == 0)
+        return qavlua_check(std::vector<std::string>(argv + 2, argv + argc));
     qavlua::Options o = qavlua::ParseCommandLine(std::vector<std::string>(argv + 1, argv + argc));
     switch (o.command) {
     case qavlua::Command::Help:

@@ -40,8 +40,7 @@ int run_entitydb(const std::vector<std::string> &args) {
     make_parents(path);
     std::string err = write_package_description(args, 1, path);
     if (!err.empty()) return fail("entitydb", err);
-    std::printf("%s\n", path.c_str());
-    return 0;
+    return wrote("entitydb", path + entity_count(args, 1));
 }
 
 const Command kEntitydb{"entitydb", "ROOT [--entity NAME [options]]...  write the device's entity database",

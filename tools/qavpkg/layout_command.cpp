@@ -23,11 +23,13 @@ int run_layout(const std::vector<std::string> &args) {
     const std::string base = root + "/zakv8/main/home/" + version + "/base";
     if (!qavpkg::util::make_dirs(base)) return qavpkg::fail(kName, "cannot create " + base);
     if (!qavpkg::util::run({"cp", "-R", dir + "/.", base})) return qavpkg::fail(kName, "cannot copy " + dir);
-    if (!current.empty() &&
-        !qavpkg::util::ini_set(root + "/zakv8/main/data/zakcfg.ini", "[system software information]",
-                               "current startup system software ", "flash0:" + version + "/base/" + current))
-        return qavpkg::fail(kName, "cannot write zakcfg.ini");
-    return 0;
+    if (current.empty()) return qavpkg::wrote(kName, base);
+    const std::string zakcfg = root + "/zakv8/main/data/zakcfg.ini";
+    const std::string software = "flash0:" + version + "/base/" + current;
+    if (!qavpkg::util::ini_set(zakcfg, "[system software information]", "current startup system software ",
+                               software))
+        return qavpkg::fail(kName, qavpkg::util::cannot_write(zakcfg));
+    return qavpkg::wrote(kName, base + " and " + zakcfg + " (current startup software " + software + ")");
 }
 
 const qavpkg::Command kLayout{kName,

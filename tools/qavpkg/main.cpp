@@ -27,6 +27,15 @@ int fail(const char *command, const std::string &message) {
     return 1;
 }
 
+int wrote(const char *command, const std::string &what) {
+    std::printf("qavpkg %s: wrote %s\n", command, what.c_str());
+    return 0;
+}
+
+std::string counted(size_t count, const char *one, const char *many) {
+    return std::to_string(count) + " " + (count == 1 ? one : many);
+}
+
 } // namespace qavpkg
 
 int main(int argc, char **argv) {

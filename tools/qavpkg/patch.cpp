@@ -9,6 +9,7 @@
 #include <vector>
 
 #include "pat_pkg.h"
+#include "pkg_util.h"
 #include "qavpkg.h"
 
 namespace qavpkg {
@@ -22,14 +23,6 @@ void put32(std::vector<uint8_t> &bytes, size_t at, uint32_t value) {
 bool put_text(std::vector<uint8_t> &bytes, size_t at, size_t width, const std::string &text) {
     if (text.size() > width) return false;
     std::memcpy(bytes.data() + at, text.data(), text.size());
-    return true;
-}
-
-bool to_u32(const std::string &text, uint32_t *value) {
-    char *end = nullptr;
-    unsigned long long v = std::strtoull(text.c_str(), &end, 0);
-    if (text.empty() || *end != '\0' || v > 0xFFFFFFFFULL) return false;
-    *value = static_cast<uint32_t>(v);
     return true;
 }
 
@@ -48,7 +41,7 @@ std::string put_descriptor(std::vector<uint8_t> &header, uint32_t index, const s
                                       PAT_DESC_LENGTH_OFFSET};
     for (size_t i = 1; i < parts.size(); i++) {
         uint32_t value = 0;
-        if (!to_u32(parts[i], &value)) return "bad number '" + parts[i] + "' in descriptor";
+        if (!util::to_u32(parts[i], &value)) return "bad number '" + parts[i] + "' in descriptor";
         put32(header, entry + kOffsets[i - 1], value);
     }
     return {};
@@ -68,7 +61,7 @@ int run_patch(const std::vector<std::string> &args) {
         if (i + 1 >= args.size()) return fail(cmd, "option " + option + " needs a value");
         const std::string &value = args[i + 1];
         uint32_t n = 0;
-        bool numeric = to_u32(value, &n);
+        bool numeric = util::to_u32(value, &n);
         if (option == "--name") {
             if (!put_text(header, 0, PAT_PKG_NAME_LEN - 1, value)) return fail(cmd, "name longer than 31");
         } else if (option == "--patch-version") {
@@ -111,10 +104,12 @@ int run_patch(const std::vector<std::string> &args) {
     if (truncate >= 0 && static_cast<size_t>(truncate) < header.size())
         header.resize(static_cast<size_t>(truncate));
     FILE *out = std::fopen(args[0].c_str(), "wb");
-    if (out == nullptr) return fail(cmd, "cannot write " + args[0]);
+    if (out == nullptr) return fail(cmd, util::cannot_write(args[0]));
     bool ok = std::fwrite(header.data(), 1, header.size(), out) == header.size();
     ok = std::fclose(out) == 0 && ok;
-    return ok ? 0 : fail(cmd, "cannot write " + args[0]);
+    if (!ok) return fail(cmd, util::cannot_write(args[0]));
+    return wrote(cmd, args[0] + " (" + counted(header.size(), "byte", "bytes") + ", " +
+                          counted(descriptors, "descriptor", "descriptors") + ")");
 }
 
 const Command kPatch{

@@ -9,7 +9,9 @@
 #include <sys/wait.h>
 #include <unistd.h>
 
+#include <cctype>
 #include <cerrno>
+#include <cstring>
 #include <cstdlib>
 #include <fstream>
 #include <sstream>
@@ -75,6 +77,40 @@ static int remove_entry(const char *path, const struct stat *, int, struct FTW *
 
 bool remove_tree(const std::string &path) {
     return nftw(path.c_str(), remove_entry, 16, FTW_DEPTH | FTW_PHYS) == 0;
+}
+
+static std::string parent_of(const std::string &path) {
+    size_t slash = path.rfind('/');
+    return slash == std::string::npos ? "." : slash == 0 ? "/" : path.substr(0, slash);
+}
+
+bool parent_is_directory(const std::string &path) {
+    struct stat st {};
+    return stat(parent_of(path).c_str(), &st) == 0 && S_ISDIR(st.st_mode);
+}
+
+static void ignore_xml_message(void *, const char *, ...) {}
+
+bool save_xml(xmlDoc *doc, const std::string &path) {
+    xmlSetGenericErrorFunc(nullptr, ignore_xml_message);
+    return xmlSaveFormatFileEnc(path.c_str(), doc, "UTF-8", 1) >= 0;
+}
+
+std::string cannot_write(const std::string &path) {
+    int error = errno;
+    if (!parent_is_directory(path)) return "cannot write " + path + ": no directory " + parent_of(path);
+    return "cannot write " + path + (error != 0 ? ": " + std::string(std::strerror(error)) : std::string());
+}
+
+bool to_u32(const std::string &text, uint32_t *value) {
+    if (text.empty() || !std::isxdigit(static_cast<unsigned char>(text[0]))) return false;
+    bool hex = text.size() > 2 && text[0] == '0' && (text[1] == 'x' || text[1] == 'X');
+    char *end = nullptr;
+    errno = 0;
+    unsigned long long v = std::strtoull(text.c_str(), &end, hex ? 16 : 10);
+    if (*end != '\0' || errno != 0 || v > 0xFFFFFFFFULL) return false;
+    *value = static_cast<uint32_t>(v);
+    return true;
 }
 
 bool make_dirs(const std::string &path) {

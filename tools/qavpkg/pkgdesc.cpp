@@ -4,6 +4,7 @@
 
 #include <map>
 
+#include "pkg_util.h"
 #include "pkgdesc.h"
 #include "qavpkg.h"
 
@@ -92,7 +93,7 @@ int run_pkgdesc(const std::vector<std::string> &args) {
         return fail("pkgdesc",
                     std::string("usage: qavpkg pkgdesc OUT [entity options]\n  ") + kEntityOptionsHelp);
     std::string err = write_package_description(args, 1, args[0]);
-    return err.empty() ? 0 : fail("pkgdesc", err);
+    return err.empty() ? wrote("pkgdesc", args[0] + entity_count(args, 1)) : fail("pkgdesc", err);
 }
 
 const Command kPkgdesc{"pkgdesc", "OUT [--entity NAME [options]]...  build a package description",
@@ -100,13 +101,20 @@ const Command kPkgdesc{"pkgdesc", "OUT [--entity NAME [options]]...  build a pac
 
 } // namespace
 
+std::string entity_count(const std::vector<std::string> &options, size_t first) {
+    size_t count = 0;
+    for (size_t i = first; i < options.size(); i += 2)
+        count += options[i] == "--entity" ? 1 : 0;
+    return " (" + counted(count, "entity", "entities") + ")";
+}
+
 std::string write_package_description(const std::vector<std::string> &options, size_t first,
                                       const std::string &path) {
     xmlDoc *doc = xmlNewDoc(x("1.0"));
     xmlNode *root = xmlNewNode(nullptr, x("PackageDescription"));
     xmlDocSetRootElement(doc, root);
     std::string err = build(root, options, first);
-    if (err.empty() && xmlSaveFormatFileEnc(path.c_str(), doc, "UTF-8", 1) < 0) err = "cannot write " + path;
+    if (err.empty() && !util::save_xml(doc, path)) err = util::cannot_write(path);
     xmlFreeDoc(doc);
     return err;
 }

@@ -12,6 +12,9 @@ namespace qavpkg {
 std::string write_package_description(const std::vector<std::string> &options, size_t first,
                                       const std::string &path);
 
+// " (N entities)": what a description written from the options holds, for the success line.
+std::string entity_count(const std::vector<std::string> &options, size_t first);
+
 extern const char *const kEntityOptionsHelp;
 
 } // namespace qavpkg

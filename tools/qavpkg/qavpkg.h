@@ -17,5 +17,9 @@ struct Command {
 
 // Prints "qavpkg NAME: message" to stderr and returns 1, for commands' error exits.
 int fail(const char *command, const std::string &message);
+// Prints the one line "qavpkg NAME: wrote WHAT" to stdout and returns 0, for commands' success exits.
+int wrote(const char *command, const std::string &what);
+// "1 file", "2 files": a count with its noun for those lines.
+std::string counted(size_t count, const char *one, const char *many);
 
 } // namespace qavpkg

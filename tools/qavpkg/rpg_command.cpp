@@ -39,6 +39,9 @@ int run_rpg(const std::vector<std::string> &args) {
         else
             return qavpkg::fail(kName, "unknown option " + a);
     }
+    // tar would only say that it cannot open the archive: name the directory that is missing.
+    if (!qavpkg::util::parent_is_directory(output))
+        return qavpkg::fail(kName, qavpkg::util::cannot_write(output));
     const std::string work = qavpkg::util::temp_dir();
     if (work.empty()) return qavpkg::fail(kName, "cannot create a scratch directory");
     const std::string imageDir = work + "/image";
@@ -66,7 +69,9 @@ int run_rpg(const std::vector<std::string> &args) {
     if (members.empty()) tar.push_back(".");
     ok = ok && qavpkg::util::run(tar);
     qavpkg::util::remove_tree(work);
-    return ok ? 0 : qavpkg::fail(kName, "cannot build " + output);
+    if (!ok) return qavpkg::fail(kName, "cannot build " + output);
+    return qavpkg::wrote(kName, output + " (" + (image.empty() ? "no image" : image) + ", " + name + " " +
+                                    version + ")");
 }
 
 const qavpkg::Command kRpg{kName,

@@ -56,6 +56,12 @@ void list_files(const std::string &dir, const std::string &prefix, std::vector<s
     closedir(d);
 }
 
+// The device reads type codes, node types and attributes as numbers: refuse what it could not.
+bool numeric(const std::string &text) {
+    uint32_t value = 0;
+    return qavpkg::util::to_u32(text, &value);
+}
+
 // "NAME[,type=N][,dest=T][,node=N][,attr=N][,sha=auto|none|HEX]"
 bool parse_file_option(const std::string &text, FileNode *node) {
     size_t start = 0;
@@ -86,7 +92,7 @@ bool parse_file_option(const std::string &text, FileNode *node) {
         if (comma == std::string::npos) break;
         start = comma + 1;
     }
-    return !node->name.empty();
+    return !node->name.empty() && numeric(node->typeCode) && numeric(node->nodeType) && numeric(node->attr);
 }
 
 xmlNodePtr child_at(xmlNodePtr root, const std::string &path, const std::string &text) {
@@ -127,9 +133,12 @@ int run_vercfg(const std::vector<std::string> &args) {
             omitted.push_back(v);
         } else if (a == "--file") {
             FileNode node;
-            if (!parse_file_option(v, &node)) return qavpkg::fail(kName, "bad --file " + v);
+            if (!parse_file_option(v, &node))
+                return qavpkg::fail(kName, "bad --file " + v + " (type, node and attr take numbers)");
             nodes.push_back(node);
         } else if (a == "--type") {
+            if (!numeric(v))
+                return qavpkg::fail(kName, "--type needs a numeric type code (decimal or 0x hex): " + v);
             defaultType = v;
         } else if (a == "--check-items") {
             checkItems = v;
@@ -188,10 +197,10 @@ int run_vercfg(const std::vector<std::string> &args) {
         xmlSetProp(file, BAD_CAST "Attr", BAD_CAST node.attr.c_str());
         xmlSetProp(file, BAD_CAST "SHA256", BAD_CAST sha.c_str());
     }
-    int saved = xmlSaveFormatFileEnc(output.c_str(), doc, "UTF-8", 1);
+    bool saved = qavpkg::util::save_xml(doc, output);
     xmlFreeDoc(doc);
-    if (saved < 0) return qavpkg::fail(kName, "cannot write " + output);
-    return 0;
+    if (!saved) return qavpkg::fail(kName, qavpkg::util::cannot_write(output));
+    return qavpkg::wrote(kName, output + " (" + qavpkg::counted(nodes.size(), "file", "files") + ")");
 }
 
 const qavpkg::Command kVercfg{

@@ -104,6 +104,14 @@ int memory(lua_State *state) {
     return 1;
 }
 
+// zakhost.isnull(v): whether v is nil or a light user data holding the null pointer (the handle
+// of a failed luafs_opendir, which Lua counts as true).
+int isnull(lua_State *state) {
+    lua_pushboolean(state, lua_isnoneornil(state, 1) ||
+                               (lua_islightuserdata(state, 1) && lua_touserdata(state, 1) == nullptr));
+    return 1;
+}
+
 const luaL_Reg kFunctions[] = {{"log_lines", log_lines},
                                {"log_clear", log_clear},
                                {"events", events},
@@ -114,6 +122,7 @@ const luaL_Reg kFunctions[] = {{"log_lines", log_lines},
                                {"profile_set", profile_set},
                                {"inject", inject},
                                {"memory", memory},
+                               {"isnull", isnull},
                                {nullptr, nullptr}};
 
 } // namespace

@@ -40,7 +40,23 @@ void RouteXmlErrors() {
     routed = true;
 }
 
+void Silent(void *, const char *, ...) {}
+void SilentStructured(void *, xmlErrorPtr) {}
+
 } // namespace
+
+zakhost::XmlErrorsQuiet::XmlErrorsQuiet()
+    : generic_(reinterpret_cast<void *>(xmlGenericError)), genericContext_(xmlGenericErrorContext),
+      structured_(reinterpret_cast<void *>(xmlStructuredError)),
+      structuredContext_(xmlStructuredErrorContext) {
+    xmlSetGenericErrorFunc(nullptr, Silent);
+    xmlSetStructuredErrorFunc(nullptr, SilentStructured);
+}
+
+zakhost::XmlErrorsQuiet::~XmlErrorsQuiet() {
+    xmlSetGenericErrorFunc(genericContext_, reinterpret_cast<xmlGenericErrorFunc>(generic_));
+    xmlSetStructuredErrorFunc(structuredContext_, reinterpret_cast<xmlStructuredErrorFunc>(structured_));
+}
 
 extern "C" {
 

@@ -149,6 +149,7 @@ int32_t parse_entity(xmlNode *element, std::unique_ptr<EntityStore> &out) {
 }
 
 int32_t parse_document(ISSU_PKG *package, const std::string &file) {
+    zakhost::XmlErrorsQuiet quiet; // an unreadable description is the caller's failure code
     xmlDoc *doc =
         xmlReadFile(file.c_str(), nullptr, XML_PARSE_NONET | XML_PARSE_NOERROR | XML_PARSE_NOWARNING);
     if (doc == nullptr) return access(file.c_str(), R_OK) == 0 ? ISSU_PKG_ERR_PARSE : ISSU_PKG_ERR_OPEN;
