@@ -271,12 +271,15 @@ int RunInJail(const JailPlan &plan) {
         MountPoints points(rootFd);
         std::vector<std::string> args = {bwrap, "--bind", plan.root, "/"};
         bool ok = true;
+        // Read relative to the host's root (/proc/self/root): an emulator running this runner maps some
+        // absolute paths (/lib, /bin) to its own target tree, but not names relative to a descriptor.
+        int hostRoot = open("/proc/self/root", O_RDONLY | O_DIRECTORY | O_CLOEXEC);
         for (const char *tree : kSystemTrees) {
             struct stat st {};
-            if (lstat(tree, &st) != 0) continue;
+            if (fstatat(hostRoot, tree + 1, &st, AT_SYMLINK_NOFOLLOW) != 0) continue;
             if (S_ISLNK(st.st_mode)) {
                 char target[PATH_MAX];
-                ssize_t n = readlink(tree, target, sizeof target - 1);
+                ssize_t n = readlinkat(hostRoot, tree + 1, target, sizeof target - 1);
                 if (n <= 0) continue;
                 // R's own link stays as R has it; a directory of R gets the host's tree over it.
                 if (points.Link(tree + 1, std::string(target, static_cast<size_t>(n))) == 'd')
@@ -286,6 +289,7 @@ int RunInJail(const JailPlan &plan) {
                 args.insert(args.end(), {"--ro-bind", tree, tree});
             }
         }
+        if (hostRoot >= 0) close(hostRoot);
         for (const char *dir : {"/dev", "/proc", "/tmp"})
             ok = ok && points.Directory(dir);
         args.insert(args.end(), {"--dev", "/dev", "--proc", "/proc", "--tmpfs", "/tmp"});
