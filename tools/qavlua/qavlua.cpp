@@ -4,6 +4,8 @@
 //   qavlua init R                          create the standard sandbox under R
 //   qavlua [--root R] [--profile F] [-j N] script.lua [args...]
 //   qavlua [--root R] [--profile F] -j N a.lua b.lua ...
+//   qavlua sweep faults|power-cut|merge ...   (see docs/sweeps.md)
+//   --coverage FILE writes the scripts' line coverage as an LCOV tracefile.
 //
 // With -j N the listed scripts run at once, each in its own script state and thread of this
 // process (a single script is run N times); shared tables, locks and registers are shared.
@@ -27,13 +29,17 @@ int luaopen_zakhost(lua_State *state);
 }
 
 #include "host.h"
+#include "script_hooks.h"
+#include "sweep.h"
 
 namespace {
 
 int usage() {
     std::fprintf(stderr, "usage: qavlua init ROOT\n"
                          "       qavlua [--root ROOT] [--profile FILE] script.lua [args...]\n"
-                         "       qavlua [--root ROOT] [--profile FILE] -j N script.lua [script.lua...]\n");
+                         "       qavlua [--root ROOT] [--profile FILE] -j N script.lua [script.lua...]\n"
+                         "       qavlua sweep faults|power-cut|merge ... (qavlua sweep for help)\n"
+                         "options: --coverage FILE  line coverage of the scripts as an LCOV tracefile\n");
     return 2;
 }
 
@@ -98,6 +104,7 @@ int run_script(const std::string &script, const std::vector<std::string> &args, 
     }
     lua_setglobal(state, "arg");
 
+    qavlua::script_begin(state);
     lua_pushcfunction(state, traceback);
     int status = luaL_loadfile(state, script.c_str());
     if (status == LUA_OK) {
@@ -105,6 +112,7 @@ int run_script(const std::string &script, const std::vector<std::string> &args, 
             lua_pushstring(state, a.c_str());
         status = lua_pcall(state, static_cast<int>(args.size()), 0, 1);
     }
+    qavlua::script_end(state, status);
     if (status != LUA_OK) {
         const char *message = lua_tostring(state, -1);
         std::fprintf(stderr, "qavlua: %s\n", message != nullptr ? message : "(error object is not a string)");
@@ -117,6 +125,7 @@ int run_script(const std::string &script, const std::vector<std::string> &args, 
 
 int main(int argc, char **argv) {
     std::vector<std::string> a(argv + 1, argv + argc);
+    if (!a.empty() && a[0] == "sweep") return qavlua::sweep_main({a.begin() + 1, a.end()});
     if (a.size() == 2 && a[0] == "init") {
         std::string error = zakhost::init_sandbox(absolute(a[1]));
         if (!error.empty()) {
@@ -136,6 +145,8 @@ int main(int argc, char **argv) {
             root = a[++i];
         } else if (a[i] == "--profile" && i + 1 < a.size()) {
             profile = absolute(a[++i]);
+        } else if (a[i] == "--coverage" && i + 1 < a.size()) {
+            qavlua::coverage_to(absolute(a[++i]));
         } else if (a[i] == "-j" && i + 1 < a.size()) {
             jobs = std::atoi(a[++i].c_str());
             if (jobs < 1) return usage();
