@@ -425,7 +425,8 @@ std::string Sweep::fresh(SweepRun &run, const std::string &from, std::string &er
     error = copy_tree(from, dir);
     if (error.empty() && mkdir((dir + kSweepDir).c_str(), 0755) != 0)
         error = "cannot make " + dir + kSweepDir;
-    run.copy_ms += ms_since(start);
+    run.copy_us += static_cast<uint64_t>(
+        std::chrono::duration_cast<std::chrono::microseconds>(Clock::now() - start).count());
     return dir;
 }
 

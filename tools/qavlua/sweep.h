@@ -48,7 +48,7 @@ struct SweepRun {
     std::vector<std::string> locks; // locks held at the end
     std::vector<std::string> diff;  // file state against the uncut run
     uint64_t ms = 0;                // wall time of the run's processes
-    uint64_t copy_ms = 0;           // of which the sandbox copy
+    uint64_t copy_us = 0;           // of which the sandbox copies, in microseconds
     bool failed() const;
     bool skipped() const; // the planned call or cut point was not reached
 };

@@ -107,7 +107,7 @@ Json to_json(const SweepReport &report) {
         r.set("locks", strings(run.locks));
         r.set("diff", strings(run.diff));
         r.set("ms", Json::of(static_cast<int64_t>(run.ms)));
-        r.set("copy_ms", Json::of(static_cast<int64_t>(run.copy_ms)));
+        r.set("copy_us", Json::of(static_cast<int64_t>(run.copy_us)));
         runs.push(r);
     }
     j.set("runs", runs);
@@ -476,7 +476,7 @@ std::string read_json(const std::string &file, SweepReport &report) {
         run.locks = strings_of(r, "locks");
         run.diff = strings_of(r, "diff");
         run.ms = number_of(r, "ms");
-        run.copy_ms = number_of(r, "copy_ms");
+        run.copy_us = number_of(r, "copy_us");
         if (run.index == 0 || run.status.empty()) return file + ": a run without index or status";
         report.runs.push_back(run);
     }
