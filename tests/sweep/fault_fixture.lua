@@ -2,6 +2,8 @@
 -- one planted, chosen by the first argument:
 --   error  a failed close raises a Lua error
 --   leak   a failed write returns without releasing the download lock
+--   hang   a failed write waits forever
+--   crash  a failed write ends the process with SIGSEGV
 local m = libqavluacommon
 local planted = arg[1]
 
@@ -25,6 +27,12 @@ local written = m.qav_spt_fwrite(handle, fd, "hello")
 if written ~= 5 then
     m.qav_spt_fclose(handle, fd)
     if planted == "leak" then return end
+    if planted == "hang" then while true do end end
+    if planted == "crash" then
+        local pid = io.open("/proc/self/stat"):read("*n")
+        os.execute("kill -SEGV " .. pid)
+        while true do end
+    end
     m.qav_download_lock_Unlock()
     return give_up("write", written)
 end

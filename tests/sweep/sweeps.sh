@@ -21,15 +21,17 @@ sweep() {
 case $3 in
 faults)
     # Each planted failure is found, at its call, and nothing else is.
-    for planted in "error P_ZAK_Close error" "leak P_ZAK_Write lock-held"; do
+    for planted in "error P_ZAK_Close error" "leak P_ZAK_Write lock-held" "hang P_ZAK_Write hung" \
+        "crash P_ZAK_Write crashed"; do
         set -- $planted
-        sweep faults --root "$dir/root" -j 2 "$fixture" "$1"
+        sweep faults --root "$dir/root" -j 2 --timeout 3 "$fixture" "$1"
         [ "$status" -eq 1 ] || fail "$1: status $status"
         has "$dir/out" "16 injectable calls recorded; 16 runs"
         grep -qE "^1 failed \([0-9]+\):$" "$dir/out" || fail "$1: not exactly one failure"
         grep -A1 -E "^  call [0-9]+ \($2\)$" "$dir/out" | grep -q "^    $3: " || fail "$1: not found at $2"
+        [ "$1" != leak ] || has "$dir/out" "ended holding the download lock"
     done
-    has "$dir/out" "ended holding the download lock"
+    has "$dir/out" "killed by SIGSEGV"
     # Without the plant every failure is handled.
     sweep faults --root "$dir/root" "$fixture" none
     [ "$status" -eq 0 ] || fail "unplanted: status $status"
