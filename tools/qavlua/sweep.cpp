@@ -22,7 +22,6 @@
 #include <cstdio>
 #include <cstdlib>
 #include <cstring>
-#include <fstream>
 #include <mutex>
 #include <sstream>
 #include <thread>
@@ -68,11 +67,6 @@ std::string absolute(const std::string &path) {
     char cwd[PATH_MAX];
     if (getcwd(cwd, sizeof cwd) == nullptr) return path;
     return std::string(cwd) + "/" + path;
-}
-
-std::string base_name(const std::string &path) {
-    size_t slash = path.rfind('/');
-    return slash == std::string::npos ? path : path.substr(slash + 1);
 }
 
 struct Options {
@@ -245,13 +239,6 @@ Outcome run_process(const std::vector<std::string> &argv, const std::vector<std:
     return o;
 }
 
-std::string read_file(const std::string &path, size_t tail = 0) {
-    std::ifstream in(path, std::ios::binary);
-    std::string text((std::istreambuf_iterator<char>(in)), std::istreambuf_iterator<char>());
-    if (tail > 0 && text.size() > tail) text = "..." + text.substr(text.size() - tail);
-    return text;
-}
-
 // ---- The record a run leaves --------------------------------------------------------------------
 
 struct Record {
@@ -285,7 +272,7 @@ std::string after_number(const std::string &line) {
 
 Record read_record(const std::string &path) {
     Record r;
-    std::istringstream in(read_file(path));
+    std::istringstream in(read_text(path));
     std::string line;
     while (std::getline(in, line)) {
         if (line.rfind("call ", 0) == 0)
@@ -439,7 +426,7 @@ Outcome Sweep::qavlua(const std::string &sandbox, const std::string &script,
     argv.insert(argv.end(), args.begin(), args.end());
     std::string log = sandbox + ".log";
     Outcome o = run_process(argv, environment(extra), log, timeout_);
-    err = read_file(log + ".err", 2000);
+    err = read_text(log + ".err", 2000);
     unlink((log + ".out").c_str());
     unlink((log + ".err").c_str());
     // Each process leaves its own coverage file; it is added up here before the next one runs.

@@ -33,6 +33,8 @@ inline constexpr const char *kSweepDir = "/.qavlua-sweep";
 // cloned where the file system allows), leaving out the sweep's own directory. "" or the error.
 std::string copy_tree(const std::string &from, const std::string &to);
 void remove_tree(const std::string &path);
+// A file's contents ("" when unreadable); with `tail`, only its last `tail` bytes after "...".
+std::string read_text(const std::string &path, size_t tail = 0);
 // What differs between two sandboxes, one line per path (device paths): "+ p" only in `state`,
 // "- p" only in `reference`, "~ p (what)" in both but different. Logs and the sweep's own
 // directory are left out.
@@ -67,6 +69,7 @@ struct SweepReport {
     std::vector<SweepRun> runs;
 };
 
+std::string base_name(const std::string &path);
 void print_summary(const SweepReport &report);
 bool write_json(const std::string &file, const SweepReport &report);
 bool write_junit(const std::string &file, const SweepReport &report);

@@ -1,6 +1,9 @@
 // Sweep reports: the summary on the terminal, the JSON report (which `sweep merge` reads back),
 // the JUnit XML file that CI systems show as one test case per run, and the merge of the JSON
 // reports of a sweep's shards.
+#include <unistd.h>
+
+#include <algorithm>
 #include <cmath>
 #include <cstdio>
 #include <cstdlib>
@@ -12,6 +15,11 @@
 #include "sweep.h"
 
 namespace qavlua {
+
+std::string base_name(const std::string &path) {
+    size_t slash = path.rfind('/');
+    return slash == std::string::npos ? path : path.substr(slash + 1);
+}
 
 bool SweepRun::failed() const {
     return status != "completed" && status != "recovered" && status != "unreached";
@@ -30,11 +38,6 @@ const std::vector<std::string> &statuses(const std::string &kind) {
                                                  "hung",      "crashed", "unreached"};
     static const std::vector<std::string> cuts{"recovered", "recovery-failed", "check-failed", "unreached"};
     return kind == "faults" ? faults : cuts;
-}
-
-std::string base_name(const std::string &path) {
-    size_t slash = path.rfind('/');
-    return slash == std::string::npos ? path : path.substr(slash + 1);
 }
 
 // "call 12 (P_ZAK_Write)", "cut 7: before luafs_mv(...) at flow.lua:30", "end: after ..."
@@ -439,9 +442,8 @@ bool write_junit(const std::string &file, const SweepReport &report) {
 }
 
 std::string read_json(const std::string &file, SweepReport &report) {
-    std::ifstream in(file, std::ios::binary);
-    if (!in) return "cannot read " + file;
-    std::string text((std::istreambuf_iterator<char>(in)), std::istreambuf_iterator<char>());
+    if (access(file.c_str(), R_OK) != 0) return "cannot read " + file;
+    std::string text = read_text(file);
     Json j;
     if (!JsonParser(text).parse(j) || j.kind != Json::Kind::Object) return file + " is not JSON";
     if (text_of(j, "tool") != "qavlua sweep") return file + " is not a qavlua sweep report";

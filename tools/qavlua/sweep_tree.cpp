@@ -11,6 +11,7 @@
 #include <algorithm>
 #include <cerrno>
 #include <cstring>
+#include <fstream>
 
 #include "sweep.h"
 
@@ -216,6 +217,13 @@ void remove_tree(const std::string &path) {
         close(fd);
     }
     (void)rmdir(path.c_str());
+}
+
+std::string read_text(const std::string &path, size_t tail) {
+    std::ifstream in(path, std::ios::binary);
+    std::string text((std::istreambuf_iterator<char>(in)), std::istreambuf_iterator<char>());
+    if (tail > 0 && text.size() > tail) text = "..." + text.substr(text.size() - tail);
+    return text;
 }
 
 std::vector<std::string> diff_trees(const std::string &state, const std::string &reference) {
