@@ -62,6 +62,8 @@ reports)
     [ "$status" -eq 2 ] && has "$dir/out" "shards missing: 2 (of 3)"
     sweep merge "$dir/s1.json" "$dir/s1.json"
     [ "$status" -eq 2 ] && has "$dir/out" "given twice"
+    sweep merge "$dir/all.xml"
+    [ "$status" -eq 2 ] && has "$dir/out" "all.xml is not JSON"
     ;;
 power-cut)
     recover=$examples/upgrade_flow_recover.lua

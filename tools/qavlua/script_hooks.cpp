@@ -287,9 +287,10 @@ void finish() {
         if (g_recording) record_end("exit");
         g_open = 0;
     }
+    // States still running (os.exit from one of several) are counted as far as they got; they
+    // stay allocated, as another thread may still be in its line hook.
     for (StateCoverage *coverage : g_running)
         merge_state(coverage);
-    g_running.clear();
     if (g_coverageUsed && !g_coverageFile.empty() && !lcov_write(g_coverageFile, g_coverage))
         std::fprintf(stderr, "qavlua: cannot write the coverage file %s\n", g_coverageFile.c_str());
 }
