@@ -4,6 +4,7 @@
 set -u
 qavlua=$1
 examples=$2
+which=$3
 here=$(cd "$(dirname "$0")" && pwd)
 dir=$(mktemp -d "${TMPDIR:-/tmp}/qavlua-sweep-test.XXXXXX")
 trap 'rm -rf "$dir"' EXIT
@@ -18,7 +19,7 @@ sweep() {
     "$qavlua" sweep "$@" >"$dir/out" 2>&1 || status=$?
 }
 
-case $3 in
+case $which in
 faults)
     # Each planted failure is found, at its call, and nothing else is.
     for planted in "error P_ZAK_Close error" "leak P_ZAK_Write lock-held" "hang P_ZAK_Write hung" \
@@ -129,8 +130,8 @@ LUA
     grep -qE "^DA:9,[1-9]" "$dir/sweep.info" || fail "the failure branch in the sweep's coverage"
     ;;
 *)
-    echo "unknown case $3" >&2
+    echo "unknown case $which" >&2
     exit 2
     ;;
 esac
-echo "sweep $3: ok"
+echo "sweep $which: ok"
