@@ -33,6 +33,7 @@ run: build
 	@$(BUILD)/bin/qavlua --root $(SANDBOX) examples/main.lua
 	@echo "device root: $(SANDBOX) (the script sees it as /); logs: $(SANDBOX)/log/"
 	@ls $(SANDBOX)/log/
+	@echo "sweep a script: $(BUILD)/bin/qavlua sweep power-cut --root $(SANDBOX) examples/upgrade_flow.lua --recover examples/upgrade_flow_recover.lua (docs/sweeps.md)"
 
 test: build
 	@cd $(BUILD) && ctest --output-on-failure -j$(JOBS)

@@ -106,6 +106,26 @@ bool injected(const char *service, int64_t *result = nullptr);
 void inject(const std::string &service, int64_t result, uint32_t skip, uint32_t count);
 void inject_clear();
 
+// ---- Sweep runs ------------------------------------------------------------------------------
+// `qavlua sweep` steers each run it starts through the environment, read once:
+//   ZAKHOST_RECORD=/path      device path of the file that receives the run's record lines
+//   ZAKHOST_FAULT_PLAN=k      the k-th call into an injectable service fails with the service's
+//                             general failure (and the record says "call k SERVICE" for each call)
+//   ZAKHOST_CUT_AT=k          the run kills itself with SIGKILL at its k-th cut point; 0 only
+//                             records every cut point
+// Calls and cut points are counted only while armed: from the start of the script to its end.
+bool cut_plan_set();
+void sweep_arm(bool armed);
+// Appends one line (a line feed is added) to the record, written at once so that a killed run
+// loses nothing; nothing happens without ZAKHOST_RECORD.
+void sweep_record(std::string_view line);
+// One cut point: counted, recorded in counting runs, and where the plan says, the power cut.
+void cut_point(std::string_view what);
+// The library call in progress ("" between calls); cut points of the file layer fall only inside
+// one and carry its name.
+void cut_context(std::string call);
+void cut_point_in_call(std::string_view what);
+
 // ---- Log store -------------------------------------------------------------------------------
 // A JSON value for structured records (event and stamp logs).
 struct Json {

@@ -17,6 +17,7 @@
 #include <unistd.h>
 
 #include <algorithm>
+#include <map>
 #include <cerrno>
 #include <csignal>
 #include <climits>
@@ -294,20 +295,18 @@ int RunInJail(const JailPlan &plan) {
             ok = ok && points.Directory(dir);
         args.insert(args.end(), {"--dev", "/dev", "--proc", "/proc", "--tmpfs", "/tmp"});
 
-        std::vector<std::pair<std::string, bool>> binds; // path, writable
+        // Each path once, parents before children; writable where any request asks for it.
+        std::map<std::string, bool> binds;
         for (const std::string &p : plan.readOnly)
-            binds.emplace_back(p, false);
+            binds.emplace(p, false);
         for (const std::string &p : plan.writable)
-            binds.emplace_back(p, true);
-        std::sort(binds.begin(), binds.end());
-        std::string last;
+            binds[p] = true;
         for (const auto &[path, writable] : binds) {
             if (!ok) break;
             bool system = std::any_of(std::begin(kSystemTrees), std::end(kSystemTrees),
                                       [&](const char *tree) { return Within(path, tree); });
             bool inRoot = Within(path, plan.root) && !(writable && path == plan.root);
-            if (path == "/" || path == last || inRoot || (system && !writable)) continue;
-            last = path;
+            if (path == "/" || inRoot || (system && !writable)) continue;
             struct stat st {};
             if (stat(path.c_str(), &st) != 0) continue;
             // Under /tmp the mount point is made in the jail's own /tmp, not in R.

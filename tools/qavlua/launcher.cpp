@@ -90,13 +90,14 @@ qavlua::JailPlan base_plan(const std::string &root) {
 
 // What the jail must keep visible for a host path the run names: a directory itself; for a file,
 // its directory (neighbouring modules and data), or the file alone where that directory is the
-// root, /tmp or holds R (binding it would hide the jail's own).
-void keep_visible(const std::string &path, const std::string &root, std::vector<std::string> *readOnly) {
+// root or /tmp (binding them would hide the jail's own). A directory holding R may be bound: R's
+// own bind comes after it.
+void keep_visible(const std::string &path, std::vector<std::string> *readOnly) {
     if (path.empty() || path[0] != '/' || !Exists(path)) return;
     std::string real = Resolved(path);
     struct stat st {};
     std::string dir = stat(real.c_str(), &st) == 0 && S_ISDIR(st.st_mode) ? real : DirectoryOf(real);
-    bool broad = dir == "/" || dir == "/tmp" || root.compare(0, dir.size() + 1, dir + "/") == 0;
+    bool broad = dir == "/" || dir == "/tmp";
     if (!broad)
         readOnly->push_back(dir);
     else if (dir != real)
@@ -115,7 +116,7 @@ std::string in_jail(const std::string &path, const std::string &root) {
 // A path that the run names: visible in the jail, under the name it has there.
 std::string named_path(const std::string &path, qavlua::JailPlan *plan) {
     std::string inside = in_jail(path, plan->root);
-    if (inside == path) keep_visible(path, plan->root, &plan->readOnly);
+    if (inside == path) keep_visible(path, &plan->readOnly);
     return inside;
 }
 
@@ -142,6 +143,13 @@ int run_jailed(const qavlua::Options &o, const std::string &root) {
         std::string dir = Resolved(logs);
         if (in_jail(dir, root) == dir) plan.writable.push_back(dir);
         plan.env.emplace_back("ZAKHOST_LOG_DIR", in_jail(dir, root));
+    }
+    if (!o.coverage.empty()) {
+        // The tracefile is written by the engine: its directory stays writable in the jail.
+        std::string file =
+            Resolved(DirectoryOf(o.coverage)) + "/" + o.coverage.substr(o.coverage.rfind('/') + 1);
+        if (in_jail(file, root) == file) plan.writable.push_back(DirectoryOf(file));
+        plan.command.insert(plan.command.end(), {"--coverage", in_jail(file, root)});
     }
     if (o.jobs > 0) plan.command.insert(plan.command.end(), {"-j", std::to_string(o.jobs)});
     for (const std::string &s : o.scripts)

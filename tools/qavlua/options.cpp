@@ -12,11 +12,14 @@ const char *const kUsage =
     "usage: qavlua init ROOT                       create a device sandbox\n"
     "       qavlua [options] script.lua [args...]  run a script in the sandbox\n"
     "       qavlua [options] -j N a.lua [b.lua...] run scripts at once (one script: N copies)\n"
+    "       qavlua check FILE...                    check scripts' library calls (names, counts)\n"
+    "       qavlua sweep faults|power-cut|merge ... sweep a script (qavlua sweep for help)\n"
     "options:\n"
     "  --root ROOT        the device sandbox (default: $ZAKHOST_ROOT)\n"
     "  --profile FILE     the device profile (default: ROOT/zakhost.ini)\n"
     "  -j N               script states at once, 1 to 256\n"
     "  --ro-bind PATH     keep a host file or directory visible, read-only, in the jail\n"
+    "  --coverage FILE    write the scripts' line coverage to FILE (LCOV tracefile)\n"
     "  --no-jail          no jail: the platform's paths are relocated into ROOT but nothing is\n"
     "                     confined, and the host runs no command (see the README)\n"
     "  -h, --help         this text;  --version  the version\n";
@@ -86,6 +89,9 @@ Options ParseCommandLine(const std::vector<std::string> &a) {
         } else if (opt == "--profile" && hasValue) {
             o.profile = Absolute(a[++i]);
             if (!Exists(o.profile)) return Error("no profile " + o.profile);
+        } else if (opt == "--coverage" && hasValue) {
+            o.coverage = Absolute(a[++i]);
+            if (!Exists(DirectoryOf(o.coverage))) return Error("no directory for " + o.coverage);
         } else if (opt == "--ro-bind" && hasValue) {
             if (!Exists(a[i + 1])) return Error("no such path to keep visible: " + a[i + 1]);
             o.readOnly.push_back(Absolute(a[++i]));
@@ -93,7 +99,8 @@ Options ParseCommandLine(const std::vector<std::string> &a) {
             if (!ParseJobs(a[++i], &o.jobs))
                 return Error("-j takes a number of script states from 1 to " + std::to_string(kMaxJobs));
         } else {
-            bool takesValue = opt == "--root" || opt == "--profile" || opt == "--ro-bind" || opt == "-j";
+            bool takesValue = opt == "--root" || opt == "--profile" || opt == "--ro-bind" ||
+                              opt == "--coverage" || opt == "-j";
             return Error(takesValue ? opt + " needs a value" : "unknown option " + opt);
         }
     }

@@ -20,6 +20,7 @@ struct Options {
     std::string profile;
     long jobs = 0;
     bool noJail = false;
+    std::string coverage;              // --coverage FILE, absolute
     std::vector<std::string> readOnly; // --ro-bind paths
     std::vector<std::string> scripts;  // absolute
     std::vector<std::string> args;     // the script's arguments, as given

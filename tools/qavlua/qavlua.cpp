@@ -28,6 +28,8 @@ int luaopen_zakhost(lua_State *state);
 #include "check.h"
 #include "host.h"
 #include "options.h"
+#include "script_hooks.h"
+#include "sweep.h"
 
 namespace {
 
@@ -80,6 +82,7 @@ int run_script(const std::string &script, const std::vector<std::string> &args, 
     }
     lua_setglobal(state, "arg");
 
+    qavlua::script_begin(state);
     lua_pushcfunction(state, traceback);
     int status = luaL_loadfile(state, script.c_str());
     if (status == LUA_OK) {
@@ -87,6 +90,7 @@ int run_script(const std::string &script, const std::vector<std::string> &args, 
             lua_pushstring(state, a.c_str());
         status = lua_pcall(state, static_cast<int>(args.size()), 0, 1);
     }
+    qavlua::script_end(state, status);
     if (status != LUA_OK) {
         const char *message = lua_tostring(state, -1);
         std::fprintf(stderr, "qavlua: %s\n", message != nullptr ? message : "(error object is not a string)");
@@ -154,6 +158,8 @@ int init_here(const qavlua::Options &o) {
 int main(int argc, char **argv) {
     if (argc >= 2 && std::strcmp(argv[1], "check") == 0)
         return qavlua_check(std::vector<std::string>(argv + 2, argv + argc));
+    if (argc >= 2 && std::strcmp(argv[1], "sweep") == 0)
+        return qavlua::sweep_main(std::vector<std::string>(argv + 2, argv + argc));
     qavlua::Options o = qavlua::ParseCommandLine(std::vector<std::string>(argv + 1, argv + argc));
     switch (o.command) {
     case qavlua::Command::Help:
@@ -174,5 +180,6 @@ int main(int argc, char **argv) {
         return 2;
     }
     if (o.command == qavlua::Command::Init) return init_here(o);
+    if (!o.coverage.empty()) qavlua::coverage_to(o.coverage);
     return run_here(o);
 }

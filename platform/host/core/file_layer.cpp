@@ -9,6 +9,11 @@
 #include <unistd.h>
 
 #include <cerrno>
+#include <cstdio>
+#include <map>
+#include <mutex>
+#include <optional>
+#include <string>
 
 #include "files/fd_register.h"
 #include "host.h"
@@ -56,6 +61,27 @@ int32_t checked(long result) {
     return result < 0 ? code_of(errno) : static_cast<int32_t>(result);
 }
 
+// Power-cut sweeps: every file the library's copy, move and remove engine completes is a cut
+// point (a file written and closed, a directory made, a rename, an unlink, a directory removed).
+// Only runs with a cut plan keep this book.
+std::mutex g_writtenLock;
+std::map<int32_t, std::string> g_written; // descriptors opened for writing, with their paths
+
+std::string device_path(const char *path) {
+    std::string root = zakhost::root();
+    std::string text = path != nullptr ? path : "";
+    if (!root.empty() && text.compare(0, root.size(), root) == 0 &&
+        (text.size() == root.size() || text[root.size()] == '/'))
+        text.erase(0, root.size());
+    return text;
+}
+
+void file_done(const char *what, const char *path, const char *to = nullptr) {
+    std::string label = std::string(what) + " " + device_path(path);
+    if (to != nullptr) label += " -> " + device_path(to);
+    zakhost::cut_point_in_call(label);
+}
+
 } // namespace
 
 extern "C" {
@@ -78,6 +104,10 @@ int32_t P_ZAK_Open(const char *path, uint32_t flags, uint32_t, uint32_t mode) {
     if (flags & ZAK_O_TRUNC) os |= O_TRUNC;
     int32_t fd = checked(open(path, os | O_CLOEXEC, static_cast<mode_t>(mode)));
     zakhost::fd_opened(fd, path);
+    if (fd >= 0 && (os & (O_WRONLY | O_RDWR)) != 0 && zakhost::cut_plan_set()) {
+        std::lock_guard lock(g_writtenLock);
+        g_written[fd] = path;
+    }
     return fd;
 }
 
@@ -123,15 +153,53 @@ int32_t P_ZAK_Close(int32_t fd, uint32_t) {
     int32_t fail = 0;
     if (fail_injected("P_ZAK_Close", &fail)) return fail;
     // Linux frees the number even when close reports an error, so it leaves the register anyway.
+    if (!zakhost::cut_plan_set()) {
+        if (!zakhost::fd_closing(fd)) return ZAK_FILE_BAD_DESCRIPTOR;
+        return checked(close(fd));
+    }
+    std::optional<std::string> written;
+    {
+        std::lock_guard lock(g_writtenLock);
+        auto it = g_written.find(fd);
+        if (it != g_written.end()) {
+            written = it->second;
+            g_written.erase(it);
+        }
+    }
     if (!zakhost::fd_closing(fd)) return ZAK_FILE_BAD_DESCRIPTOR;
-    return checked(close(fd));
+    int32_t closed = checked(close(fd));
+    if (written) file_done("wrote", written->c_str());
+    return closed;
 }
 
 int32_t P_ZAK_Mkdir(const char *path, uint32_t mode, uint32_t) {
     int32_t fail = 0;
     if (fail_injected("P_ZAK_Mkdir", &fail)) return fail;
     if (path == nullptr) return ZAK_FILE_INVALID;
-    return checked(mkdir(path, static_cast<mode_t>(mode)));
+    int32_t made = checked(mkdir(path, static_cast<mode_t>(mode)));
+    if (made == 0 && zakhost::cut_plan_set()) file_done("made directory", path);
+    return made;
+}
+
+// The library renames and removes through the C library, as on the device. With a cut plan,
+// these definitions (found before the C library's when the runner loads the host platform) mark
+// each completed step; they act exactly as the C library's do.
+int rename(const char *from, const char *to) noexcept {
+    int result = renameat(AT_FDCWD, from, AT_FDCWD, to);
+    if (result == 0 && zakhost::cut_plan_set()) file_done("renamed", from, to);
+    return result;
+}
+
+int unlink(const char *path) noexcept {
+    int result = unlinkat(AT_FDCWD, path, 0);
+    if (result == 0 && zakhost::cut_plan_set()) file_done("removed", path);
+    return result;
+}
+
+int rmdir(const char *path) noexcept {
+    int result = unlinkat(AT_FDCWD, path, AT_REMOVEDIR);
+    if (result == 0 && zakhost::cut_plan_set()) file_done("removed directory", path);
+    return result;
 }
 
 } // extern "C"
