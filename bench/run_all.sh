@@ -54,8 +54,8 @@ for dir in "$here"/*/; do
         if [ $quick = yes ]; then run named_locks "$bin/bench_named_locks" 5 50000
         else run named_locks "$bin/bench_named_locks" 9 200000; fi ;;
     integrity)
-        if [ $quick = yes ]; then run integrity "$dir/run.sh" "$bin/qavlua" "$bin/qavpkg" 128 50 3
-        else run integrity "$dir/run.sh" "$bin/qavlua" "$bin/qavpkg" 1024 200 3; fi ;;
+        if [ $quick = yes ]; then run integrity "$dir/run.sh" "$bin/qavlua" "$bin/qavpkg" 128 50 5
+        else run integrity "$dir/run.sh" "$bin/qavlua" "$bin/qavpkg" 1024 200 5; fi ;;
     fs_tree)
         if [ $quick = yes ]; then run fs_tree "$dir/run.sh" --qavlua "$bin/qavlua" --scale 0.1 --runs 3
         else run fs_tree "$dir/run.sh" --qavlua "$bin/qavlua" --runs 3; fi ;;
