@@ -3,6 +3,8 @@
 #   make test   build, then run every test (C++ and Lua) with ctest
 #   make install PREFIX=<dir>   build, then install the library, the host platform, qavlua, qavpkg,
 #                the headers, the language-server definitions and the reference (default /usr/local)
+#   make bench  build what the benchmarks need, run every benchmark of bench/ and print one table
+#                (QUICK=1: about a minute at small scales; JSON=FILE: the rows as JSON too)
 # Options: LUA=5.2|5.3|5.4 (default 5.4), BUILD=<dir> (default build), SANITIZE=address,undefined,
 # BENCH=OFF (skip building the benchmarks)
 MAKEFLAGS += --no-print-directory
@@ -14,7 +16,7 @@ JOBS ?= $(shell nproc)
 SANDBOX ?= $(BUILD)/sandbox
 PREFIX ?= /usr/local
 
-.PHONY: all deps configure build run test install clean
+.PHONY: all deps configure build run test install bench clean
 
 all: build
 
@@ -40,6 +42,11 @@ test: build
 
 install: build
 	@cmake --install $(BUILD) --prefix $(PREFIX)
+
+bench: deps
+	@cmake -S . -B $(BUILD) -DQAV_LUA_VERSION=$(LUA) -DQAV_SANITIZE=$(SANITIZE) -DQAV_BUILD_BENCH=ON >/dev/null
+	@cmake --build $(BUILD) -j$(JOBS) --target bench_build
+	@bench/run_all.sh --build $(BUILD) $(if $(filter-out 0,$(QUICK)),--quick) $(if $(JSON),--json $(JSON))
 
 clean:
 	rm -rf $(BUILD)

@@ -20,7 +20,12 @@ for a in $args; do
         arm=yes
         packages="$packages g++-arm-linux-gnueabihf qemu-user qemu-user-static file"
         ;;
-    *) packages="$packages liblua$a-dev lua$a" ;;
+    *)
+        # The stock interpreter of another version too: the library must refuse to load into it.
+        other=5.4
+        [ "$a" = 5.4 ] && other=5.3
+        packages="$packages liblua$a-dev lua$a lua$other"
+        ;;
     esac
 done
 missing=""

@@ -100,15 +100,19 @@ while [ "$round" -le "$runs" ]; do
 done
 
 report() {
-    # name, engine ns (runner start-up taken off), baseline ns
-    awk -v name="$1" -v lib="$2" -v base="$3" -v start="$best_startup" -v exec="$best_exec" 'BEGIN {
+    # name, engine ns (runner start-up taken off), baseline ns, baseline name, target
+    awk -v name="$1" -v lib="$2" -v base="$3" -v bname="$4" -v target="$5" -v start="$best_startup" \
+        -v exec="$best_exec" -v files="$files" -v mb="$megabytes" -v runs="$runs" 'BEGIN {
         l = lib - start; if (l < 0) l = 0
         base = base - exec; if (base < 0) base = 0
-        printf "%-9s %10.1f ms  baseline %10.1f ms  ratio %6.2f\n", name, l / 1e6, base / 1e6, (base > 0 ? l / base : 0)
+        ratio = base > 0 ? l / base : 0
+        printf "%-9s %10.1f ms  baseline %10.1f ms  ratio %6.2f\n", name, l / 1e6, base / 1e6, ratio
+        printf "BENCH\ttree %s, %d files, %d MB\t%s\t%s\t%.2f\t%.1f ms vs %.1f ms; best of %d\n", \
+            name, files, mb, bname, target, ratio, l / 1e6, base / 1e6, runs
     }'
 }
 echo "start-up taken off: runner $(awk -v s="$best_startup" 'BEGIN { printf "%.1f", s / 1e6 }') ms, baseline commands $(awk -v s="$best_exec" 'BEGIN { printf "%.1f", s / 1e6 }') ms"
 echo "best of $runs rounds:"
-report luafs_cp "$b_lcp" "$b_cp"
-report luafs_mv "$b_lmv" "$b_mv"
-report luafs_rm "$b_lrm" "$b_rm"
+report luafs_cp "$b_lcp" "$b_cp" "cp -a" "<= 1.5"
+report luafs_mv "$b_lmv" "$b_mv" "mv" "<= 1.1"
+report luafs_rm "$b_lrm" "$b_rm" "rm -rf" "<= 1.2"

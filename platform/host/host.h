@@ -183,4 +183,8 @@ struct ControlFunction {
 };
 const std::vector<std::pair<const char *, lua_CFunction>> &control_functions();
 
+// The entry function behind a value of a module table made by Script_OpenLib (null for any other
+// value); for tests that check which function a script name reaches.
+lua_CFunction entry_function(lua_State *state, int index);
+
 } // namespace zakhost

@@ -76,14 +76,20 @@ TEST(HostSync, SemaphoreCountsAndTimesOut) {
     EXPECT_EQ(NUK_SemaP(s, 5000), 0u);
     poster.join();
 
-    // Deleting wakes a waiter with an error.
+    // Deleting wakes every waiter with an error.
+    uint32_t other = 1;
+    std::thread waiter([s, &other] { other = NUK_SemaP(s, NUK_WAIT_FOREVER); });
     std::thread deleter([s] {
         std::this_thread::sleep_for(std::chrono::milliseconds(20));
         NUK_SemaDelete(s);
     });
     EXPECT_EQ(NUK_SemaP(s, NUK_WAIT_FOREVER), 1u);
     deleter.join();
+    waiter.join();
+    EXPECT_EQ(other, 1u);
     EXPECT_NE(NUK_SemaV(s), 0u);
+    // A count the semaphore cannot hold is refused.
+    EXPECT_EQ(NUK_SemaCreate("big", 0x80000000u, 0, &s), 1u);
 }
 
 TEST(HostSync, InjectedFailuresSkipThenFailThenRecover) {

@@ -5,9 +5,11 @@
 #include <gtest/gtest.h>
 
 #include <algorithm>
+#include <map>
 #include <set>
 #include <string>
 #include <thread>
+#include <vector>
 
 extern "C" {
 #include <lauxlib.h>
@@ -164,10 +166,10 @@ TEST(Registry, ScriptNamesPairWithTheirEntryFunctions) {
     for (const auto &[script, symbol] : pairs) {
         lua_getfield(L, -1, script);
         ASSERT_TRUE(lua_iscfunction(L, -1)) << script;
-        // The module holds the host's dispatcher; its first upvalue is the entry function.
-        ASSERT_NE(lua_getupvalue(L, -1, 1), nullptr) << script;
-        EXPECT_EQ(lua_touserdata(L, -1), dlsym(RTLD_DEFAULT, symbol)) << script;
-        lua_pop(L, 2);
+        // The module holds the host's guard; the entry function is the one behind it.
+        EXPECT_EQ(reinterpret_cast<void *>(zakhost::entry_function(L, -1)), dlsym(RTLD_DEFAULT, symbol))
+            << script;
+        lua_pop(L, 1);
     }
     lua_close(L);
 }
@@ -229,6 +231,80 @@ TEST(Dispatcher, ResultCountsAreClampedOrHonoured) {
     EXPECT_NE(lines[before].find("minus_one"), std::string::npos);
     EXPECT_NE(lines[before + 1].find("clamped"), std::string::npos);
     lua_close(L);
+}
+
+// Gives back its arguments and one text of its own.
+int EchoWithText(lua_State *L) {
+    lua_pushstring(L, "result");
+    return lua_gettop(L);
+}
+
+// A state that opens a module while ZAKHOST_TRACE is set traces every call. The secret arguments
+// (by position) and every text result of the credential functions show as <secret>. Every script
+// name of the library is called, so a name missing from the host's list, or a wrong position,
+// shows.
+TEST(Dispatcher, TraceHidesSecretArgumentsAndResults) {
+    const std::map<std::string, std::set<int>> secrets = {
+        {"qav_DecryptPassword_Enh", {1}},
+        {"qav_DecryptPassword_EnhExp", {1}},
+        {"qav_CRYPT_Decrypt", {1}},
+        {"qav_CRYPT_Decrypt_Enhance", {1, 5}},
+        {"qav_EncryptPassword_EnhExp", {1}},
+        {"qav_CRYPT_Encrypt", {1}},
+        {"qav_CRYPT_Encrypt_Enhance", {1, 5}},
+        {"qav_CRYPT_Encrypt_Enhance_IV", {1, 5, 6}},
+        {"qav_CRYPT_IsCipher", {1}},
+        {"qav_CRYPT_IsPlainTextSame", {1, 4}},
+        {"qav_CRYPT_IsPlainTextSame_Enhance", {1, 4, 5, 8}},
+        {"qav_Crypt_Digest", {1}},
+        {"qav_SHA_Digest", {1}},
+        {"qav_VerifySystemPassword", {1, 2}},
+        {"qav_generate_randnum", {}},
+        {"qav_CRYPT_Decrypt_Ext", {2, 4, 6}},
+        {"qav_MK_CheckHashHit", {1}},
+        {"qav_MK_CheckInputMkIsRight", {1}},
+        {"qav_MK_VerifySystemPassword", {1, 2, 3}},
+        {"qav_MK_InputKeyIsSecurity", {1}},
+        {"qav_MK_GetMKHashValue", {}},
+        {"qav_VerifyAndSetGuestOSKey", {2, 3}},
+    };
+    std::vector<SCRIPT_REG_ENTRY> registry;
+    std::set<std::string> names;
+    for (size_t i = 0; i < qav::kRegistryEntries; ++i) {
+        registry.push_back({qav::kRegistry[i].name, EchoWithText});
+        names.insert(qav::kRegistry[i].name);
+    }
+    registry.push_back({nullptr, nullptr});
+    for (const auto &[name, positions] : secrets)
+        EXPECT_EQ(names.count(name), 1u) << name << " is no script name";
+
+    lua_State *L = luaL_newstate();
+    setenv("ZAKHOST_TRACE", "1", 1);
+    ASSERT_EQ(Script_OpenLib(L, "traced", registry.data()), 0);
+    unsetenv("ZAKHOST_TRACE");
+    testing::internal::CaptureStderr();
+    for (const std::string &name : names) {
+        lua_getfield(L, -1, name.c_str());
+        for (int k = 1; k <= 8; ++k)
+            lua_pushfstring(L, "a%d", k);
+        lua_call(L, 8, 0);
+    }
+    std::string trace = testing::internal::GetCapturedStderr();
+    lua_close(L);
+
+    for (const std::string &name : names) {
+        auto secret = secrets.find(name);
+        bool credential = secret != secrets.end();
+        std::string args, results;
+        for (int k = 1; k <= 8; ++k) {
+            std::string shown = "\"a" + std::to_string(k) + "\"";
+            args += (k > 1 ? ", " : "") + (credential && secret->second.count(k) ? "<secret>" : shown);
+            results += (k > 1 ? ", " : "") + (credential ? "<secret>" : shown);
+        }
+        results += credential ? ", <secret>" : ", \"result\"";
+        std::string line = "[trace] " + name + "(" + args + ") -> " + results + "\n";
+        EXPECT_NE(trace.find(line), std::string::npos) << line;
+    }
 }
 
 TEST(ExportedUtilities, CheckstringNeverRaises) {

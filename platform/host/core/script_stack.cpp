@@ -88,8 +88,9 @@ const char *SYSDT_SPTI_ToLString(lua_State *state, int32_t index, uint32_t *leng
 // Every push first makes room: a C function is only promised LUA_MINSTACK free slots, and entry
 // functions that leave read values on the stack (or push long result lists) may need more. Without
 // room (the interpreter's stack limit) the push is dropped rather than written past the stack.
+// Every frame holds at least LUA_MINSTACK slots above its base, so a stack that low needs no check.
 static bool room(lua_State *state) {
-    return lua_checkstack(state, 2) != 0;
+    return lua_gettop(state) <= LUA_MINSTACK - 2 || lua_checkstack(state, 2) != 0;
 }
 
 void SYSDT_SPTI_PushInt(lua_State *state, int32_t value) {
