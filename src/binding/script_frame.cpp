@@ -12,9 +12,24 @@ void LogCallFailure(const char *function, int32_t code, int32_t line) {
     QAV_syslog("FUNC(%s) return %d , Line(%d).\n", function, code, line);
 }
 
-bool CopyStringArg(lua_State *state, int32_t index, char *buffer, size_t size, const char *function,
-                   int32_t line) {
-    const char *text = SYSDT_SPTI_ToString(state, index);
+bool ArgIs(lua_State *state, int32_t index, char letter) {
+    switch (letter) {
+    case 'n':
+        return SYSDT_SPTI_IsNumber(state, index) != 0;
+    case 's':
+        return SYSDT_SPTI_IsString(state, index) != 0;
+    case 't':
+        return SYSDT_SPTI_IsTable(state, index) != 0;
+    case 'b':
+        return SYSDT_SPTI_IsBool(state, index) != 0;
+    case 'u':
+        return SYSDT_SPTI_IsUinteger(state, index) != 0;
+    default:
+        return letter == '.';
+    }
+}
+
+bool CopyText(char *buffer, size_t size, const char *text, const char *function, int32_t line) {
     if (text == nullptr) return false;
     errno_t rc = strcpy_s(buffer, size, text);
     if (rc != EOK) {
