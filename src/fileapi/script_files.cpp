@@ -11,8 +11,7 @@
 
 namespace {
 
-constexpr int32_t kBadArguments = static_cast<int32_t>(0xFFEFFE9C);
-constexpr uint32_t kCheckFailed = 0xFFFFFFFF;
+using qav::fileapi::kBadArguments;
 // The owner tag of script file access: 0xFF then the letters "lua".
 constexpr uint32_t kScriptOwnerTag = 0xFF6C7561;
 constexpr uint32_t kCreatePermission = 0640;
@@ -66,15 +65,9 @@ OpenFile FileArgs(lua_State *state) {
     return {SYSDT_SPTI_ToUInt(state, 1), SYSDT_SPTI_ToInt(state, 2)};
 }
 
-// Checks the count and that each argument is a number ('n') or a string ('s').
+// The checkers' result: 0 when the arguments match the type string, 0xFFFFFFFF otherwise.
 uint32_t CheckArgs(lua_State *state, const char *types) {
-    auto count = static_cast<int32_t>(std::strlen(types));
-    if (!qav::ArgCountIs(state, count)) return kCheckFailed;
-    for (int32_t i = 0; i < count; ++i) {
-        int32_t ok = types[i] == 'n' ? SYSDT_SPTI_IsNumber(state, i + 1) : SYSDT_SPTI_IsString(state, i + 1);
-        if (ok == 0) return kCheckFailed;
-    }
-    return 0;
+    return qav::ArgsMatch(state, types) ? qav::kOk : qav::kInvalidCall;
 }
 
 int PushResults(lua_State *state, int32_t code, int nils) {
@@ -131,7 +124,7 @@ QAV_ENTRY_FUNCTION QAV_SPT_Fopen(lua_State *state) {
     const char *path = SYSDT_SPTI_ToLString(state, 2, &length);
     if (path == nullptr) {
         ZAK_Assert("fapi_lua", kOpenPathAssertLine, 0);
-        return static_cast<int>(kCheckFailed); // unreachable after the check; the count is kept
+        return static_cast<int>(qav::kInvalidCall); // unreachable after the check; the count is kept
     }
     uint32_t flags = 0;
     if (!Lookup(kOpenModes, SYSDT_SPTI_ToLString(state, 3, &length), &flags)) {
