@@ -2,6 +2,7 @@
 // draw random bytes and make or check the system-password digest. They only marshal: the fixed
 // buffers, which arguments reach the platform and the shape of the results are theirs; plain and
 // key bytes live in SecretBuffers that are wiped when the call returns.
+#include "binding/memory.h"
 #include "binding/script_frame.h"
 #include "crypt/secret_buffer.h"
 #include "nuk_crypt.h"
@@ -258,10 +259,8 @@ QAV_ENTRY_FUNCTION QAV_Generate_Randnum(lua_State *state) {
     uint32_t count = qav::ArgCountIs(state, 1) ? SYSDT_SPTI_ToUInt(state, 1) : 0;
     if (count == 0) return PushStatusAndText(state, qav::kFailed, "", 1);
     // A count of 0xFFFFFFFF (what -1 reads as) leaves no room for the extra byte: no block.
-    auto *buffer = count == UINT32_MAX
-                       ? nullptr
-                       : static_cast<uint8_t *>(ZAK_Malloc_F(g_pLocaHandleQav, g_aucZakMemPt, count + 1,
-                                                             qav::kSourceTag, __LINE__));
+    auto *buffer =
+        count == UINT32_MAX ? nullptr : static_cast<uint8_t *>(qav::PlatformAllocZeroed(count + 1));
     if (buffer == nullptr) {
         // The contents are undefined to callers, who look at the status; the bytes come from a
         // zero constant, as many as it holds.
@@ -270,12 +269,11 @@ QAV_ENTRY_FUNCTION QAV_Generate_Randnum(lua_State *state) {
         SYSDT_SPTI_PushLString(state, kZeros, count < sizeof kZeros ? count : sizeof kZeros);
         return 2;
     }
-    (void)memset_s(buffer, count + 1, 0, count + 1);
     (void)CRYPT_random(buffer, count);
     SYSDT_SPTI_PushUInt(state, qav::kOk);
     SYSDT_SPTI_PushLString(state, reinterpret_cast<const char *>(buffer), count);
     qav::crypt::Wipe(buffer, count + 1);
-    (void)ZAK_Free_F(buffer, qav::kSourceTag, __LINE__);
+    qav::PlatformFree(buffer);
     return 2;
 }
 

@@ -7,6 +7,7 @@
 #include <cstdlib>
 #include <cstring>
 
+#include "binding/memory.h"
 #include "binding/script_frame.h"
 #include "crypt/secret_buffer.h"
 #include "os_accounts.h"
@@ -51,8 +52,7 @@ class EnvEntry {
   public:
     EnvEntry(const char *name, const char *value) : name_(name) {
         size_ = static_cast<uint32_t>(strlen(name) + 1 + strlen(value) + 1);
-        text_ = static_cast<char *>(
-            ZAK_Malloc_F(g_pLocaHandleQav, g_aucZakMemPt, size_, qav::kSourceTag, __LINE__));
+        text_ = static_cast<char *>(qav::PlatformAlloc(size_));
         if (text_ == nullptr) return;
         if (snprintf_s(text_, size_, size_ - 1, "%s=%s", name, value) < 0 || putenv(text_) != 0) Release();
     }
@@ -67,7 +67,7 @@ class EnvEntry {
         if (text_ == nullptr) return;
         unsetenv(name_);
         qav::crypt::Wipe(text_, size_);
-        (void)ZAK_Free_F(text_, qav::kSourceTag, __LINE__);
+        qav::PlatformFree(text_);
         text_ = nullptr;
     }
     const char *name_;

@@ -6,6 +6,7 @@
 #include <cstdlib>
 #include <cstring>
 
+#include "binding/memory.h"
 #include "binding/script_frame.h"
 #include "cmf_db.h"
 #include "device/process_request.h"
@@ -183,16 +184,15 @@ QAV_ENTRY_FUNCTION QAV_GetSemlsStateByOsnode(lua_State *state) {
     uint32_t count = 0;
     uint32_t *nodes = nullptr;
     if (QAV_GetOsNodeListByBoardId(chassis, board, &count, &nodes) != 0 || nodes == nullptr) {
-        if (nodes != nullptr) (void)ZAK_Free_F(nodes, qav::kSourceTag, __LINE__);
+        qav::PlatformFree(nodes);
         return qav::ReturnUInt(state, qav::kInvalidCall);
     }
     DMS_COMP_ADDR_INFO *entries = nullptr;
     if (count != 0) {
         entries = static_cast<DMS_COMP_ADDR_INFO *>(
-            ZAK_Malloc_F(g_pLocaHandleQav, g_aucZakMemPt,
-                         count * kEntriesPerNode * sizeof(DMS_COMP_ADDR_INFO), qav::kSourceTag, __LINE__));
+            qav::PlatformAllocZeroed(count * kEntriesPerNode * sizeof(DMS_COMP_ADDR_INFO)));
         if (entries == nullptr) {
-            (void)ZAK_Free_F(nodes, qav::kSourceTag, __LINE__);
+            qav::PlatformFree(nodes);
             return qav::ReturnUInt(state, qav::kInvalidCall);
         }
         (void)memset_s(entries, count * kEntriesPerNode * sizeof(DMS_COMP_ADDR_INFO), 0,
@@ -204,8 +204,8 @@ QAV_ENTRY_FUNCTION QAV_GetSemlsStateByOsnode(lua_State *state) {
         SYSDT_SPTI_PushUInt(state, qav::kOk);
         PushComponentTable(state, entries, filled);
     }
-    if (entries != nullptr) (void)ZAK_Free_F(entries, qav::kSourceTag, __LINE__);
-    (void)ZAK_Free_F(nodes, qav::kSourceTag, __LINE__);
+    qav::PlatformFree(entries);
+    qav::PlatformFree(nodes);
     return ok ? 2 : qav::ReturnUInt(state, qav::kInvalidCall);
 }
 
@@ -220,7 +220,7 @@ QAV_ENTRY_FUNCTION QAV_SU_IsCurDirVerSame(lua_State *state) {
     char *cwd = get_current_dir_name();
     if (cwd == nullptr) return qav::ReturnUInt(state, kError);
     uint32_t result = std::strstr(cwd, version) != nullptr ? kSame : kDifferent;
-    std::free(cwd);
+    qav::HeapFree(cwd); // the C library's block
     return qav::ReturnUInt(state, result);
 }
 

@@ -9,6 +9,7 @@
 #include <cstring>
 #include <ctime>
 
+#include "binding/memory.h"
 #include "binding/script_frame.h"
 #include "device/stamp_text.h"
 #include "securec.h"
@@ -51,7 +52,7 @@ int ChownWith(lua_State *state, int32_t (*chownTo)(const char *, uint32_t)) {
 
 void FreeItems(ZAK_STARTUP_STAMP *stamp) {
     for (uint32_t i = 0; i < stamp->uiItemCount; ++i)
-        ZAK_Free_F(stamp->apItems[i], qav::kSourceTag, __LINE__);
+        qav::PlatformFree(stamp->apItems[i]);
     stamp->uiItemCount = 0;
 }
 
@@ -61,8 +62,7 @@ uint8_t *ItemData(ZAK_STAMP_ITEM *item) {
 
 ZAK_STAMP_ITEM *NewItem(uint16_t type, uint16_t length) {
     auto *item = static_cast<ZAK_STAMP_ITEM *>(
-        ZAK_Malloc_F(g_pLocaHandleQav, g_aucZakMemPt, ZAK_STAMP_ITEM_HEADER_SIZE + (length < 4 ? 4 : length),
-                     qav::kSourceTag, __LINE__));
+        qav::PlatformAlloc(ZAK_STAMP_ITEM_HEADER_SIZE + (length < 4 ? 4 : length)));
     if (item != nullptr) {
         item->usType = type;
         item->usLen = length;

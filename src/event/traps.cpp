@@ -2,6 +2,7 @@
 // the trap's info code, finds the component id and hands one record to the event log.
 #include <cstring>
 
+#include "binding/memory.h"
 #include "binding/script_frame.h"
 #include "event/component_id.h"
 #include "loc.h"
@@ -73,7 +74,7 @@ uint32_t BaseComponentCid(uint32_t code, uint32_t *cid) {
     }
     if (list != nullptr) {
         if (count > 0) *cid = list[0];
-        (void)ZAK_Free_F(list, qav::kSourceTag, __LINE__);
+        qav::PlatformFree(list);
     }
     return 0;
 }

@@ -4,6 +4,7 @@
 #include <cerrno>
 #include <cstring>
 
+#include "binding/memory.h"
 #include "binding/script_frame.h"
 #include "fs/vfm.h"
 #include "securec.h"
@@ -63,7 +64,7 @@ void *vfm_malloc(uint32_t size) {
         vfm_record_errmsg("alloc failed size zero.");
         return nullptr;
     }
-    void *block = ZAK_Malloc_F(g_pLocaHandleQav, g_aucZakMemPt, size, kEngineTag, kMallocLine);
+    void *block = qav::PlatformAlloc(size, kEngineTag, kMallocLine);
     if (block == nullptr) vfm_record_errmsg("alloc failed");
     return block;
 }
@@ -83,7 +84,7 @@ char *vfm_strdup(const char *text) {
 }
 
 void vfm_free(void *pointer) {
-    ZAK_Free_F(pointer, kEngineTag, kFreeLine);
+    qav::PlatformFree(pointer, kEngineTag, kFreeLine);
 }
 
 int vfm_vajoin(char **out, const char *format, va_list values) {

@@ -7,6 +7,7 @@
 #include <cstdio>
 #include <cstring>
 
+#include "binding/memory.h"
 #include "binding/script_frame.h"
 #include "issu_pkg.h"
 #include "pat_pkg.h"
@@ -34,14 +35,8 @@ uint32_t Le32(const uint8_t *bytes) {
 // A zeroed header buffer from the library's heap; released by the destructor on every path.
 class HeaderBuffer {
   public:
-    HeaderBuffer()
-        : bytes_(static_cast<uint8_t *>(
-              ZAK_Malloc_F(g_pLocaHandleQav, g_aucZakMemPt, PAT_PKG_HEAD_LEN, qav::kSourceTag, __LINE__))) {
-        if (bytes_ != nullptr) (void)memset_s(bytes_, PAT_PKG_HEAD_LEN, 0, PAT_PKG_HEAD_LEN);
-    }
-    ~HeaderBuffer() {
-        if (bytes_ != nullptr) ZAK_Free_F(bytes_, qav::kSourceTag, __LINE__);
-    }
+    HeaderBuffer() : bytes_(static_cast<uint8_t *>(qav::PlatformAllocZeroed(PAT_PKG_HEAD_LEN))) {}
+    ~HeaderBuffer() { qav::PlatformFree(bytes_); }
     HeaderBuffer(const HeaderBuffer &) = delete;
     HeaderBuffer &operator=(const HeaderBuffer &) = delete;
     uint8_t *get() const { return bytes_; }

@@ -2,6 +2,7 @@
 #include <cstdarg>
 #include <cstring>
 
+#include "binding/memory.h"
 #include "binding/script_frame.h"
 #include "pkg/vercfg.h"
 #include "rpm_ini.h"
@@ -27,15 +28,12 @@ bool TypeCodeOfVersionType(const char *versionType, uint32_t *typeCode) {
 NodeArray::NodeArray(uint32_t count) {
     if (count == 0 || count > UINT32_MAX / sizeof(RPM_FILE_NODE_INFO)) return;
     auto size = static_cast<uint32_t>(count * sizeof(RPM_FILE_NODE_INFO));
-    nodes_ = static_cast<RPM_FILE_NODE_INFO *>(
-        ZAK_Malloc_F(g_pLocaHandleQav, g_aucZakMemPt, size, kSourceTag, __LINE__));
-    if (nodes_ == nullptr) return;
-    (void)memset_s(nodes_, size, 0, size);
-    count_ = count;
+    nodes_ = static_cast<RPM_FILE_NODE_INFO *>(PlatformAllocZeroed(size));
+    if (nodes_ != nullptr) count_ = count;
 }
 
 NodeArray::~NodeArray() {
-    if (nodes_ != nullptr) (void)ZAK_Free_F(nodes_, kSourceTag, __LINE__);
+    PlatformFree(nodes_);
 }
 
 void PatLog(uint32_t level, const char *format, ...) {
@@ -234,18 +232,16 @@ QAV_ENTRY_FUNCTION QAV_RpmGetVersionInfo(lua_State *state) {
     }
     case 2:
     case 10: {
-        auto *app = static_cast<RPM_APP_INFO *>(
-            ZAK_Malloc_F(g_pLocaHandleQav, g_aucZakMemPt, sizeof(RPM_APP_INFO), qav::kSourceTag, __LINE__));
+        auto *app = static_cast<RPM_APP_INFO *>(qav::PlatformAllocZeroed(sizeof(RPM_APP_INFO)));
         if (app == nullptr) {
             // Reported as success with an empty text, as the scripts have always seen it.
             PatLog(qav::kLogFailure, "malloc failed, ret is %u.", 0u);
             return PushCodeEmpty(state, qav::kOk);
         }
-        (void)memset_s(app, sizeof(*app), 0, sizeof(*app));
         rc = RPM_ParseXmlGetAppInfo_HOOK(xmlPath, app);
         if (rc == 0)
             (void)snprintf_truncated_s(text, sizeof(text), "%s", kind == 2 ? app->szAppType : app->szAppInfo);
-        (void)ZAK_Free_F(app, qav::kSourceTag, __LINE__);
+        qav::PlatformFree(app);
         if (rc != 0) {
             PatLog(qav::kLogFailure, "RPM_ParseXmlGetAppInfo_HOOK failed, ret is %u.", rc);
             return PushCodeEmpty(state, rc);
@@ -491,10 +487,8 @@ static int PushNameList(lua_State *state, bool vnfcPaths) {
     });
     if (!read) return qav::ReturnUInt(state, qav::kFailed);
     const uint32_t size = count * 129 + (vnfcPaths ? 1 : 0);
-    auto *list =
-        static_cast<char *>(ZAK_Malloc_F(g_pLocaHandleQav, g_aucZakMemPt, size, qav::kSourceTag, __LINE__));
+    auto *list = static_cast<char *>(qav::PlatformAllocZeroed(size));
     if (list == nullptr) return qav::ReturnUInt(state, qav::kFailed);
-    (void)memset_s(list, size, 0, size);
     bool fits = true;
     size_t used = 0;
     for (uint32_t i = 0; i < count && fits; ++i) {
@@ -506,7 +500,7 @@ static int PushNameList(lua_State *state, bool vnfcPaths) {
     }
     int results =
         fits ? qav::ReturnUIntText(state, qav::kOk, list, size) : qav::ReturnUInt(state, qav::kFailed);
-    (void)ZAK_Free_F(list, qav::kSourceTag, __LINE__);
+    qav::PlatformFree(list);
     return results;
 }
 

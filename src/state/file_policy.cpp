@@ -2,6 +2,7 @@
 // platform; these functions only marshal the user, the paths and the answers.
 #include <cstring>
 
+#include "binding/memory.h"
 #include "binding/script_frame.h"
 #include "securec.h"
 #include "tfsi.h"
@@ -23,7 +24,7 @@ struct PolicyInput {
 };
 
 void FreeEntries(PolicyInput *input) {
-    if (input->entries != nullptr) (void)ZAK_Free_F(input->entries, qav::kSourceTag, __LINE__);
+    qav::PlatformFree(input->entries);
     input->entries = nullptr;
 }
 
@@ -53,10 +54,8 @@ uint32_t QAV_VfmPolicyGetInputUser(lua_State *state, int32_t index, TFSI_USER_IN
 // string value of the script's table: the entry keeps a pointer to it for the call.
 uint32_t QAV_VfmPolicyGetInputPath(lua_State *state, int32_t index, uint32_t count, TFSI_PATH_ACCESS **out) {
     size_t bytes = static_cast<size_t>(count) * sizeof(TFSI_PATH_ACCESS);
-    auto *entries = static_cast<TFSI_PATH_ACCESS *>(ZAK_Malloc_F(
-        g_pLocaHandleQav, g_aucZakMemPt, static_cast<uint32_t>(bytes), qav::kSourceTag, __LINE__));
+    auto *entries = static_cast<TFSI_PATH_ACCESS *>(qav::PlatformAllocZeroed(static_cast<uint32_t>(bytes)));
     if (entries == nullptr) return kNoMemory;
-    (void)memset_s(entries, bytes, 0, bytes);
     for (uint32_t i = 0; i < count; ++i) {
         SYSDT_SPTI_PushUInt(state, i + 1);
         SYSDT_SPTI_GetTable(state, index);
@@ -72,7 +71,7 @@ uint32_t QAV_VfmPolicyGetInputPath(lua_State *state, int32_t index, uint32_t cou
         }
         SYSDT_SPTI_Pop(state, 1);
         if (!ok) {
-            (void)ZAK_Free_F(entries, qav::kSourceTag, __LINE__);
+            qav::PlatformFree(entries);
             return kBadArgs;
         }
     }

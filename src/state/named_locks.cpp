@@ -6,6 +6,7 @@
 #include <cstring>
 #include <mutex>
 
+#include "binding/memory.h"
 #include "binding/script_frame.h"
 #include "securec.h"
 #include "state/dropped_memory.h"
@@ -164,13 +165,11 @@ uint32_t QAV_LuaCommUnLock(QavCommLock *record) {
 void QAV_PatchLockAddrGet(QavPatLockInfo **out) {
     QavPatLockInfo *info = &g_stPatchLockTable.info;
     if (info->traceback == nullptr) {
-        auto *buffer = static_cast<char *>(
-            ZAK_Malloc_F(g_pLocaHandleQav, g_aucZakMemPt, kTracebackSize, qav::kSourceTag, __LINE__));
+        auto *buffer = static_cast<char *>(qav::PlatformAllocZeroed(kTracebackSize));
         if (buffer == nullptr) {
             *out = nullptr;
             return;
         }
-        (void)memset_s(buffer, kTracebackSize, 0, kTracebackSize);
         info->traceback = buffer;
         info->startTime = 0;
         info->sessionId = 0;

@@ -6,6 +6,7 @@
 #include <cstring>
 #include <ctime>
 
+#include "binding/memory.h"
 #include "binding/script_frame.h"
 #include "os_env.h"
 #include "securec.h"
@@ -63,8 +64,8 @@ VmLockNode *NodeOf(SLL_NODE *link) {
 
 void FreeVmNode(SLL_NODE *link) {
     VmLockNode *node = NodeOf(link);
-    (void)ZAK_Free_F(node->vmList, qav::kSourceTag, __LINE__);
-    (void)ZAK_Free_F(node, qav::kSourceTag, __LINE__);
+    qav::PlatformFree(node->vmList);
+    qav::PlatformFree(node);
 }
 
 uint32_t ReleaseWith(uint32_t result) {
@@ -138,17 +139,15 @@ uint32_t QAV_IsAnyVmLocked(const char *vmlist) {
 
 int32_t QAV_SuLockVmList(const char *vmlist) {
     if (QAV_IsAnyVmLocked(vmlist) == 1) return static_cast<int32_t>(kNoVmList);
-    auto *node = static_cast<VmLockNode *>(
-        ZAK_Malloc_F(g_pLocaHandleQav, g_aucZakMemPt, sizeof(VmLockNode), qav::kSourceTag, __LINE__));
+    auto *node = static_cast<VmLockNode *>(qav::PlatformAlloc(sizeof(VmLockNode)));
     if (node == nullptr) {
         Log(qav::kLogFailure, "[UPG-LOCK]failed to alloc vmlock node memory!");
         return -1;
     }
     size_t size = strlen(vmlist) + 1;
-    node->vmList = static_cast<char *>(ZAK_Malloc_F(g_pLocaHandleQav, g_aucZakMemPt,
-                                                    static_cast<uint32_t>(size), qav::kSourceTag, __LINE__));
+    node->vmList = static_cast<char *>(qav::PlatformAlloc(static_cast<uint32_t>(size)));
     if (node->vmList == nullptr) {
-        (void)ZAK_Free_F(node, qav::kSourceTag, __LINE__);
+        qav::PlatformFree(node);
         Log(qav::kLogFailure, "[UPG-LOCK]failed to alloc vmlist node memory!");
         return -1;
     }

@@ -5,11 +5,11 @@
 
 #include <sys/stat.h>
 
-#include <cstdlib>
 #include <cstring>
 #include <ctime>
 #include <utility>
 
+#include "binding/memory.h"
 #include "binding/script_frame.h"
 #include "os_env.h"
 #include "rpm_ini.h"
@@ -178,10 +178,6 @@ uint32_t WallSeconds() {
     return static_cast<uint32_t>(now.tv_sec);
 }
 
-char *CopyOrNull(const char *text) {
-    return text != nullptr ? strdup(text) : nullptr;
-}
-
 void CopyBounded(char *buffer, size_t size, const char *text) {
     (void)strncpy_s(buffer, size, text, size - 1);
 }
@@ -272,10 +268,10 @@ QAV_ENTRY_FUNCTION ISSU_SetUpgradeInfo(lua_State *state) {
     int32_t count = qav::ArgCount(state);
     const char *base = count >= 1 ? SYSDT_SPTI_ToString(state, 1) : nullptr;
     const char *upgrade = count >= 2 ? SYSDT_SPTI_ToString(state, 2) : nullptr;
-    free(const_cast<char *>(g_pstISSUBaseVersion));
-    free(const_cast<char *>(g_pstISSUUpgradeVersion));
-    g_pstISSUBaseVersion = CopyOrNull(base);
-    g_pstISSUUpgradeVersion = CopyOrNull(upgrade);
+    qav::HeapFree(const_cast<char *>(g_pstISSUBaseVersion));
+    qav::HeapFree(const_cast<char *>(g_pstISSUUpgradeVersion));
+    g_pstISSUBaseVersion = qav::HeapCopy(base);
+    g_pstISSUUpgradeVersion = qav::HeapCopy(upgrade);
     if (g_pstISSUBaseVersion == nullptr || g_pstISSUUpgradeVersion == nullptr)
         return qav::ReturnUInt(state, qav::kInvalidCall);
     // The text says Failed on the success path; the HA log readers match it as it is.
@@ -385,7 +381,8 @@ QAV_ENTRY_FUNCTION QAV_SetPatDiagErrInfo(lua_State *state) {
 
 QAV_ENTRY_FUNCTION QAV_PatDiagErrInfoInit(lua_State *state) {
     if (g_pstPatchDiagErrInfoTable == nullptr) {
-        g_pstPatchDiagErrInfoTable = static_cast<QavPatchDiagErrRing *>(malloc(sizeof(QavPatchDiagErrRing)));
+        g_pstPatchDiagErrInfoTable =
+            static_cast<QavPatchDiagErrRing *>(qav::HeapAlloc(sizeof(QavPatchDiagErrRing)));
         if (g_pstPatchDiagErrInfoTable == nullptr) return qav::ReturnUInt(state, 1);
     }
     QavPatchDiagErrRing *ring = g_pstPatchDiagErrInfoTable;
