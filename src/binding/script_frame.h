@@ -18,15 +18,23 @@
 
 namespace qav {
 
-// Log ids of the upgrade log.
-inline constexpr uint32_t kUpgradeLogId = 0x29371B3C;
-inline constexpr uint32_t kVercfgLogId = 0xB66D789A;
+// The ids the library's log lines are filed under.
+enum LogId : uint32_t {
+    kUpgradeLogId = 0x29371B3C, // the upgrade log (RPM_LogToFile)
+    kVercfgLogId = 0xB66D789A,  // the upgrade log lines of the version configuration functions
+    kDiagModule = 0x811101F,    // the diagnostic and status-trace logs (QAV_DiagLog, QAV_STLOG, ...)
+    kVnfDiagModule = 0x8111005, // the diagnostic log lines of the VNF path queries
+    kBaseLogCode = 0x9550004,   // the base log's code of the library's own messages (QAV_Log)
+};
 // Levels of the upgrade and patch logs.
-inline constexpr uint32_t kLogProgress = 1;
-inline constexpr uint32_t kLogFailure = 3;
-inline constexpr uint32_t kLogStateChange = 4;
-inline constexpr uint32_t kLogDetail = 5;
-inline constexpr uint32_t kLogStep = 6;
+enum LogLevel : uint32_t {
+    kLogProgress = 1,
+    kLogNotice = 2, // a note that is no failure; also patch records echoed to the patch log
+    kLogFailure = 3,
+    kLogStateChange = 4, // worth keeping: a lock taken or released
+    kLogDetail = 5,
+    kLogStep = 6, // a step banner of the patch log
+};
 
 // The library's memory handle and the source tag of its allocations outside the file engine.
 inline constexpr const char *kSourceTag = "qav_luacommon";
@@ -38,9 +46,10 @@ inline int32_t ArgCount(lua_State *state) {
     return SYSDT_SPTI_GetTop(state);
 }
 
-// Whether the value at `index` is of the type `letter` names: 'n' number, 's' string (a number
-// reads as text too), 't' table, 'b' boolean, 'u' whole number from 0 to 0xFFFFFFFF, '.' any.
-bool ArgIs(lua_State *state, int32_t index, char letter);
+// Whether the value at `index` is of the type `letter` names: 'n' number (a numeric text counts),
+// 's' string (a number reads as text too), 't' table, 'b' boolean, 'u' whole number from 0 to
+// 0xFFFFFFFF, '.' any; 'N' and 'S' a number or a string by the value's own type only.
+bool ValueIs(lua_State *state, int32_t index, char letter);
 
 // The one argument check: exactly one argument per letter of `types`, each of its type
 // ("nss": a number and two strings; "..": any two values).
@@ -48,7 +57,7 @@ inline bool ArgsMatch(lua_State *state, const char *types) {
     auto count = static_cast<int32_t>(std::char_traits<char>::length(types));
     if (ArgCount(state) != count) return false;
     for (int32_t i = 0; i < count; ++i)
-        if (types[i] != '.' && !ArgIs(state, i + 1, types[i])) return false;
+        if (types[i] != '.' && !ValueIs(state, i + 1, types[i])) return false;
     return true;
 }
 
@@ -109,6 +118,24 @@ inline int ReturnUIntText(lua_State *state, uint32_t code, const char *text, uin
     return 2;
 }
 
+// Writes `value` over the stack value at `index`: pushed, copied there, the copy dropped.
+void StoreIntAt(lua_State *state, int32_t index, int32_t value);
+void StoreUIntAt(lua_State *state, int32_t index, uint32_t value);
+
+// Restores the stack height it found when it goes out of scope, so that values a reader leaves
+// cannot pile up beyond the stack space the engine guarantees.
+class StackHeight {
+  public:
+    explicit StackHeight(lua_State *state) : state_(state), top_(SYSDT_SPTI_GetTop(state)) {}
+    ~StackHeight();
+    StackHeight(const StackHeight &) = delete;
+    StackHeight &operator=(const StackHeight &) = delete;
+
+  private:
+    lua_State *state_;
+    int32_t top_;
+};
+
 // Result form 3, the placeholder slot: construct right after reading the argument count; -1 then
 // sits at index count + 1 and is the result of any path that returns `Early()`. `Finish` moves
 // the final code into the slot and returns 1 plus the data results pushed after the slot.
@@ -119,7 +146,17 @@ class PlaceholderSlot {
     }
     int32_t ArgCount() const { return slot_ - 1; }
     int Early() const { return 1; }
-    int Finish(int32_t code, int dataResults = 0) const;
+    int Finish(int32_t code, int dataResults = 0) const {
+        StoreIntAt(state_, slot_, code);
+        return 1 + dataResults;
+    }
+    // The same with an unsigned code.
+    int FinishUInt(uint32_t code, int dataResults = 0) const {
+        StoreUIntAt(state_, slot_, code);
+        return 1 + dataResults;
+    }
+    // Removes the placeholder, which must be the top value, for a function with no results.
+    int Drop() const;
 
   private:
     lua_State *state_;

@@ -8,7 +8,6 @@
 
 namespace {
 
-constexpr uint32_t kStatusTraceModule = 0x811101F;
 constexpr uint32_t kSdmLogFile = 13;
 constexpr size_t kPatchLineLimit = 299;
 constexpr uint32_t kPathSize = 300;
@@ -22,7 +21,7 @@ QAV_ENTRY_FUNCTION QAV_WriteLog(lua_State *state) {
     const char *text = qav::TextArg(state, 2);
     // A text that is not a string answers with the argument count, 2.
     if (text == nullptr) return qav::ReturnUInt(state, static_cast<uint32_t>(count));
-    QAV_STDiagLogToFile(kStatusTraceModule, 4, "[lua-log]%s\n", text);
+    QAV_STDiagLogToFile(qav::kDiagModule, 4, "[lua-log]%s\n", text);
     return qav::ReturnUInt(state, qav::kOk);
 }
 
@@ -37,7 +36,7 @@ QAV_ENTRY_FUNCTION QAV_SDMWriteLog(lua_State *state) {
 QAV_ENTRY_FUNCTION QAV_PAT_WriteLog(lua_State *state) {
     if (!qav::ArgsMatch(state, "..")) return qav::ReturnUInt(state, qav::kGenericFailure);
     uint32_t length = 0;
-    const char *text = qav::ArgIs(state, 2, 's') ? SYSDT_SPTI_ToLString(state, 2, &length) : nullptr;
+    const char *text = qav::ValueIs(state, 2, 's') ? SYSDT_SPTI_ToLString(state, 2, &length) : nullptr;
     if (text == nullptr) return qav::ReturnUInt(state, qav::event::kNotText);
     // A long text is cut in place: the zero byte lands in the script's own string, which the
     // patch scripts then see shortened as well.
@@ -87,7 +86,8 @@ QAV_ENTRY_FUNCTION QAV_SU_RecordExceptionLog(lua_State *state) {
     uint32_t faultType = SYSDT_SPTI_ToUInt(state, 1);
     uint32_t instanceId = SYSDT_SPTI_ToUInt(state, 2);
     uint32_t osNode = SYSDT_SPTI_ToUInt(state, 3);
-    QAV_Log(0, 0x9550004, "QAV_SU_RecordExceptionLog uiHafaultype=%d, uiInstancdId=%d, uiOsnode=%d.\n",
+    QAV_Log(0, qav::kBaseLogCode,
+            "QAV_SU_RecordExceptionLog uiHafaultype=%d, uiInstancdId=%d, uiOsnode=%d.\n",
             static_cast<int32_t>(faultType), static_cast<int32_t>(instanceId), static_cast<int32_t>(osNode));
     (void)ISSU_RecHaFault(faultType, instanceId, osNode);
     return 0;

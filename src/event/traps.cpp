@@ -18,7 +18,6 @@ __attribute__((visibility("default"))) int32_t g_iSlaSwiSuccessTrapSecond = 0;
 
 namespace {
 
-constexpr uint32_t kStatusTraceModule = 0x811101F;
 constexpr size_t kDebugPiece = 5000;
 // The most arguments a trap of the common shape takes.
 constexpr size_t kMaxTrapArgs = 5;
@@ -286,7 +285,7 @@ QAV_ENTRY_FUNCTION QAV_TRAP_ClockChange(lua_State *state) {
         return RefuseCount(state, kClockChange, "QAV_TRAP_ClockChange proc fail. para num = %d\n");
     uint32_t length = 0;
     const auto *packed = reinterpret_cast<const uint8_t *>(
-        qav::ArgIs(state, 1, 's') ? SYSDT_SPTI_ToLString(state, 1, &length) : nullptr);
+        qav::ValueIs(state, 1, 's') ? SYSDT_SPTI_ToLString(state, 1, &length) : nullptr);
     // The packed time is 7 bytes; a shorter string is refused rather than read beyond its end.
     if (packed == nullptr || length < 7) {
         QAV_Log(0, kClockChange, "QAV_TRAP_ClockChange proc fail. get para failed.\n");
@@ -397,7 +396,7 @@ QAV_ENTRY_FUNCTION QAV_TRAP_SlaveSwitchSuccess(lua_State *state) {
         localTimeRead = true;
         if (g_iSlaSwiSuccessTrapSecond != 0 &&
             static_cast<int64_t>(g_iSlaSwiSuccessTrapSecond) + 1 >= static_cast<int64_t>(seconds)) {
-            QAV_STLOG(kStatusTraceModule, "Slave Switch Trap is filter, for chassisId(%d) sec(%d) uSec(%d).",
+            QAV_STLOG(qav::kDiagModule, "Slave Switch Trap is filter, for chassisId(%d) sec(%d) uSec(%d).",
                       chassisId, static_cast<int32_t>(seconds), static_cast<int32_t>(microseconds));
             return Refuse(state);
         }
@@ -406,10 +405,10 @@ QAV_ENTRY_FUNCTION QAV_TRAP_SlaveSwitchSuccess(lua_State *state) {
         QAV_Log(0, kSlaveSwitchSuccess, "QAV_TRAP_SlaveSwitchSuccess proc fail. get para failed.\n");
         return Refuse(state);
     }
-    QAV_STLOG(kStatusTraceModule, "iSwitchIndex = %d.", chassisId);
-    QAV_STLOG(kStatusTraceModule, "pcChassisNum = %s.", chassisNum);
-    QAV_STLOG(kStatusTraceModule, "pcShowNameSrc = %s.", source);
-    QAV_STLOG(kStatusTraceModule, "pcShowNameDst = %s.", destination);
+    QAV_STLOG(qav::kDiagModule, "iSwitchIndex = %d.", chassisId);
+    QAV_STLOG(qav::kDiagModule, "pcChassisNum = %s.", chassisNum);
+    QAV_STLOG(qav::kDiagModule, "pcShowNameSrc = %s.", source);
+    QAV_STLOG(qav::kDiagModule, "pcShowNameDst = %s.", destination);
     QAV_Log(0, kSlaveSwitchSuccess, "pcChassisNum = %s.\n", chassisNum);
     uint32_t cid = 0;
     uint32_t status = BaseComponentCid(kSlaveSwitchSuccess, &cid);
@@ -417,7 +416,7 @@ QAV_ENTRY_FUNCTION QAV_TRAP_SlaveSwitchSuccess(lua_State *state) {
     status = QAV_EventLog(cid, kSlaveSwitchSuccess, "%d%s%s%s", chassisId, chassisNum, source, destination);
     LogEventFailure(cid, kSlaveSwitchSuccess, status);
     if (localTimeRead) g_iSlaSwiSuccessTrapSecond = static_cast<int32_t>(seconds);
-    QAV_STLOG(kStatusTraceModule, "Chassis %s has been slave switchover from %s to %s.", chassisNum, source,
+    QAV_STLOG(qav::kDiagModule, "Chassis %s has been slave switchover from %s to %s.", chassisNum, source,
               destination);
     return qav::ReturnUInt(state, status);
 }

@@ -18,7 +18,6 @@ constexpr uint32_t kCreatePermission = 0640;
 constexpr uint32_t kBlockSize = 1020;
 constexpr uint32_t kNumberSize = 512;
 constexpr uint32_t kLineSize = 1020;
-constexpr uint32_t kFileApiModule = 0x811101F;
 constexpr uint32_t kOpenPathAssertLine = 120;
 
 struct NamedCode {
@@ -53,7 +52,7 @@ template <size_t N> bool Lookup(const NamedCode (&table)[N], const char *text, u
 }
 
 void LogFileError(int32_t code, const char *message) {
-    QAV_DiagLog(0, kFileApiModule, "%u%s", LOC_GetLocationID(static_cast<uint32_t>(code)), message);
+    QAV_DiagLog(0, qav::kDiagModule, "%u%s", LOC_GetLocationID(static_cast<uint32_t>(code)), message);
 }
 
 // The handle and descriptor every call after open starts with.

@@ -19,7 +19,6 @@ constexpr uint32_t kFreeLine = 154;
 constexpr int32_t kStrdupLine = 128;
 // Messages are formatted into a 128-byte buffer; longer ones are dropped.
 constexpr size_t kMessageSize = 128;
-constexpr uint32_t kEngineDiagModule = 0x811101F;
 // A descriptor the engine still holds a day after opening it is reported as leaked.
 constexpr uint32_t kFdLeakTimeoutMs = 86400000;
 constexpr uint32_t kLinkBufferStep = 80;
@@ -42,7 +41,7 @@ void vfm_record_errmsg(const char *format, ...) {
     va_start(values, format);
     int length = vsnprintf_s(message, sizeof message, sizeof message - 1, format, values);
     va_end(values);
-    if (length >= 0) QAV_STLOG(kEngineDiagModule, "vfm record err msg fatal: %s", message);
+    if (length >= 0) QAV_STLOG(qav::kDiagModule, "vfm record err msg fatal: %s", message);
 }
 
 int vfm_file_stat(const char *path, struct stat *record) {

@@ -236,9 +236,7 @@ int QAV_ProcIssuGetNEType(lua_State *state) {
     if (DescriptionFileOfArgument(state, xml, sizeof(xml)) != 0 ||
         QAV_GetNETypeFromVercfg(xml, neType, sizeof(neType)) != 0)
         return PushFailure(state);
-    SYSDT_SPTI_PushUInt(state, qav::kOk);
-    SYSDT_SPTI_PushString(state, neType, sizeof(neType));
-    return 2;
+    return qav::ReturnUIntText(state, qav::kOk, neType, sizeof(neType));
 }
 
 int QAV_ProcIssuGetProductType(lua_State *state) {
@@ -247,9 +245,7 @@ int QAV_ProcIssuGetProductType(lua_State *state) {
     if (DescriptionFileOfArgument(state, xml, sizeof(xml)) != 0 ||
         QAV_GetProductTypeFromVercfg(xml, productType) != 0)
         return PushFailure(state);
-    SYSDT_SPTI_PushUInt(state, qav::kOk);
-    SYSDT_SPTI_PushString(state, productType, sizeof(productType));
-    return 2;
+    return qav::ReturnUIntText(state, qav::kOk, productType, sizeof(productType));
 }
 
 bool QAV_IsFileMatch(const char *pattern, const char *name) {

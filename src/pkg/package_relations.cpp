@@ -56,14 +56,15 @@ extern "C" {
 
 // "rpm_listcpt": an array of the entity tables of the named entities that exist.
 QAV_ENTRY_FUNCTION l_list_cpt(lua_State *state) {
-    int32_t count = SYSDT_SPTI_GetTop(state);
+    int32_t count = qav::ArgCount(state);
     ISSU_PKG *package = OpenEntityDatabase();
     if (package == nullptr) return 0;
     qav::TableBuilder result(state);
     uint32_t number = 0;
     for (int32_t i = 1; i <= count; i++) {
-        if (!SYSDT_SPTI_IsString(state, i)) continue;
-        ISSU_ENTITY *entity = ISSU_PKG_QueryEntity(package, SYSDT_SPTI_ToString(state, i));
+        const char *name = qav::TextArg(state, i);
+        if (name == nullptr) continue;
+        ISSU_ENTITY *entity = ISSU_PKG_QueryEntity(package, name);
         if (entity == nullptr) continue;
         // The mark stays on the database record for later queries of this package object.
         entity->ucChangeFlag = ISSU_CHANGE_MODIFIED;
@@ -77,13 +78,13 @@ QAV_ENTRY_FUNCTION l_list_cpt(lua_State *state) {
 
 // "rpm_depend": per name {matched = entity tables, mismatched = relation texts}.
 QAV_ENTRY_FUNCTION l_dep_depend(lua_State *state) {
-    int32_t count = SYSDT_SPTI_GetTop(state);
+    int32_t count = qav::ArgCount(state);
     ISSU_PKG *package = OpenEntityDatabase();
     if (package == nullptr) return 0;
     qav::TableBuilder result(state);
     for (int32_t i = 1; i <= count; i++) {
-        if (!SYSDT_SPTI_IsString(state, i)) continue;
-        const char *name = SYSDT_SPTI_ToString(state, i);
+        const char *name = qav::TextArg(state, i);
+        if (name == nullptr) continue;
         SYSDT_SPTI_PushString(state, name, static_cast<uint32_t>(std::strlen(name) + 1));
         int32_t entry = (SYSDT_SPTI_CreateTable(state, 0, 0), SYSDT_SPTI_GetTop(state));
         ISSU_PTR_LIST *matched = ISSU_PtrListCreate();
@@ -111,14 +112,14 @@ QAV_ENTRY_FUNCTION l_dep_depend(lua_State *state) {
 
 // "rpm_whorequire": per name the entity table with its "Required" array.
 QAV_ENTRY_FUNCTION l_whorequire(lua_State *state) {
-    int32_t count = SYSDT_SPTI_GetTop(state);
+    int32_t count = qav::ArgCount(state);
     ISSU_PKG *package = OpenEntityDatabase();
     if (package == nullptr) return 0;
     ISSU_PTR_LIST *names = ISSU_PtrListCreate();
     SYSDT_SPTI_CreateTable(state, 0, 0);
     for (int32_t i = 1; i <= count; i++) {
-        if (!SYSDT_SPTI_IsString(state, i)) continue;
-        const char *name = SYSDT_SPTI_ToString(state, i);
+        const char *name = qav::TextArg(state, i);
+        if (name == nullptr) continue;
         SYSDT_SPTI_PushString(state, name, static_cast<uint32_t>(std::strlen(name) + 1));
         ISSU_ENTITY *entity = ISSU_PKG_QueryEntity(package, name);
         if (entity != nullptr) (void)l_whatrequired(state, package, entity, names);

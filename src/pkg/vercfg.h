@@ -12,11 +12,14 @@ namespace qav::vercfg {
 // The version configuration functions report in the package area's result codes.
 using namespace qav::pkg;
 
-inline constexpr uint32_t kHotPatchCode = 20;
-inline constexpr uint32_t kColdPatchCode = 2;
-inline constexpr uint32_t kBaseSoftwareCode = 0;
-inline constexpr uint32_t kMimCode = 1;
-inline constexpr uint32_t kSkippedNodeType = 61;
+// File node type codes.
+enum TypeCode : uint32_t {
+    kBaseSoftwareCode = 0,
+    kMimCode = 1,
+    kColdPatchCode = 2,
+    kHotPatchCode = 20,
+    kSkippedNodeType = 61,
+};
 
 inline constexpr const char *kZakcfgFile = "../data/zakcfg.ini";
 inline constexpr const char *kStartupSection = "[system software information]";

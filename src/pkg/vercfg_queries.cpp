@@ -51,7 +51,6 @@ using namespace qav::vercfg;
 
 namespace {
 
-constexpr uint32_t kDiagModule = 0x811101F;
 constexpr uint32_t kDiagLevel = 5;
 constexpr size_t kXmlPathSize = 384;
 
@@ -201,7 +200,7 @@ QAV_ENTRY_FUNCTION QAV_RpmGetVersionInfo(lua_State *state) {
         !qav::CopyTextArg(state, 1, xmlPath, "QAV_RpmGetVersionInfo", __LINE__))
         return PushCodeEmpty(state, qav::kFailed);
     uint32_t kind = SYSDT_SPTI_ToUInt(state, 2);
-    QAV_STDiagLogToFile(kDiagModule, kDiagLevel, "acXmlPath = %s\n", xmlPath);
+    QAV_STDiagLogToFile(qav::kDiagModule, kDiagLevel, "acXmlPath = %s\n", xmlPath);
 
     char text[384] = {0};
     uint32_t rc = 0;
@@ -278,7 +277,7 @@ QAV_ENTRY_FUNCTION QAV_RpmGetVersionInfo(lua_State *state) {
         PatLog(qav::kLogFailure, "[UPG]uiDotype is %d.", kind);
         return PushCodeEmpty(state, qav::kFailed);
     }
-    QAV_STDiagLogToFile(kDiagModule, kDiagLevel, "acPackageName = %s\n", text);
+    QAV_STDiagLogToFile(qav::kDiagModule, kDiagLevel, "acPackageName = %s\n", text);
     return qav::ReturnUIntText(state, qav::kOk, text, sizeof(text));
 }
 

@@ -89,7 +89,7 @@ QAV_ENTRY_FUNCTION QAV_NtpSetUCastInfo(lua_State *state) {
 }
 
 QAV_ENTRY_FUNCTION QAV_NtpGetUCastInfo(lua_State *state) {
-    if (!qav::ArgCountIs(state, 1) || SYSDT_SPTI_IsString(state, 1) == 0) return qav::ReturnInt(state, -1);
+    if (!qav::ArgsMatch(state, "s")) return qav::ReturnInt(state, -1);
     NtpData wanted{};
     const char *name = SYSDT_SPTI_ToString(state, 1);
     if (name == nullptr) return qav::ReturnInt(state, -1);
