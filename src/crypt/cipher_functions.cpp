@@ -13,12 +13,9 @@ using qav::crypt::SecretBuffer;
 
 namespace {
 
-constexpr uint32_t kPasswordOut = 17;
 constexpr uint32_t kPlainOut = 257;
 constexpr uint32_t kCipherOut = 433;
-constexpr uint32_t kDigestOut = 33;
 constexpr uint32_t kHexBytes = 128;
-constexpr uint32_t kExtPlainOut = 256;
 constexpr const char *kNoKey = ""; // selects the platform's default key
 
 // The script's out size, kept from exceeding the buffer the platform writes into.
@@ -91,6 +88,7 @@ __attribute__((visibility("default"))) uint32_t QAV_GetKeyValue(const char *hex,
 }
 
 QAV_ENTRY_FUNCTION QAV_DecryptPassword_Enh(lua_State *state) {
+    constexpr uint32_t kPasswordOut = 17;
     SecretBuffer<kPasswordOut> plain("qav_DecryptPassword_Enh plain");
     const char *cipher = nullptr;
     if (!OneTextArgument(state, 1, &cipher)) return PushStatusAndText(state, qav::kFailed, "", 1);
@@ -231,6 +229,7 @@ QAV_ENTRY_FUNCTION QAV_CRYPT_IsPlainTextSame_Enhance(lua_State *state) {
 }
 
 QAV_ENTRY_FUNCTION QAV_DESLUA_EncryptSystemPassword(lua_State *state) {
+    constexpr uint32_t kDigestOut = 33;
     char digest[kDigestOut] = {};
     const char *plain = nullptr;
     uint32_t status = qav::kFailed;
@@ -275,6 +274,7 @@ QAV_ENTRY_FUNCTION QAV_CRYPT_Decrypt_Ext(lua_State *state) {
     SecretBuffer<kHexBytes> key("qav_CRYPT_Decrypt_Ext key");
     SecretBuffer<kHexBytes> iv("qav_CRYPT_Decrypt_Ext iv");
     SecretBuffer<kHexBytes> cipher("qav_CRYPT_Decrypt_Ext cipher");
+    constexpr uint32_t kExtPlainOut = 256;
     SecretBuffer<kExtPlainOut> plain("qav_CRYPT_Decrypt_Ext plain");
     if (!qav::ArgsMatch(state, ".s.s.s.") || SYSDT_SPTI_ToUInt(state, 1) > 1)
         return PushStatusAndText(state, qav::kFailed, "", 1);

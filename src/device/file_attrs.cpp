@@ -21,16 +21,10 @@ namespace {
 using qav::device::kMissingText;
 using qav::device::kNotALink;
 using qav::device::kStatusFailed;
-constexpr mode_t kDefaultChownMode = 0750;
-constexpr size_t kTimeTextSize = 256;
-constexpr size_t kLinkTargetSize = 384;
 constexpr size_t kPathSize = 256;
-constexpr size_t kFlagPathSize = 384;
-constexpr uint32_t kMaxStampKind = 2;
 constexpr int32_t kStampMinArgs = 6;
 constexpr int32_t kStampMaxArgs = kStampMinArgs + static_cast<int32_t>(ZAK_STAMP_MAX_ITEMS);
 constexpr uint32_t kStampTextCap = 8192;
-constexpr const char *kUpgradeFlagFile = "upgrade_flag.cfg";
 
 int PushStatusAndText(lua_State *state, int32_t status, const char *text, uint32_t bound) {
     SYSDT_SPTI_PushInt(state, status);
@@ -43,7 +37,7 @@ int ChownWith(lua_State *state, int32_t (*chownTo)(const char *, uint32_t)) {
     const char *modeText = SYSDT_SPTI_ToString(state, 2);
     if (path == nullptr || modeText == nullptr) return qav::ReturnInt(state, kMissingText);
     auto mode = static_cast<mode_t>(std::strtol(modeText, nullptr, 8));
-    if (mode == 0) mode = kDefaultChownMode;
+    if (mode == 0) mode = 0750; // a mode of 0 (or no octal text) asks for the default
     if (chmod(path, mode) != 0) return qav::ReturnInt(state, -1);
     return qav::ReturnInt(state, chownTo(path, 0));
 }
@@ -109,7 +103,7 @@ QAV_ENTRY_FUNCTION QAV_GetLocalFileSize(lua_State *state) {
 QAV_ENTRY_FUNCTION QAV_GetLocalFilemTime(lua_State *state) {
     const char *path = SYSDT_SPTI_ToString(state, 1);
     struct stat record {};
-    char text[kTimeTextSize] = {0};
+    char text[256] = {0};
     char formatted[32] = {0};
     time_t modified = 0;
     if (path == nullptr || lstat(path, &record) != 0) return PushStatusAndText(state, kStatusFailed, "", 1);
@@ -164,7 +158,7 @@ QAV_ENTRY_FUNCTION QAV_GetLinkFileInfo(lua_State *state) {
     struct stat record {};
     if (lstat(linkPath, &record) != 0) return qav::ReturnInt(state, -1);
     if (!S_ISLNK(record.st_mode)) return qav::ReturnInt(state, kNotALink);
-    char target[kLinkTargetSize] = {0};
+    char target[384] = {0};
     if (readlink(linkPath, target, sizeof target - 1) < 0) return qav::ReturnInt(state, -1);
     return PushStatusAndText(state, 0, target, sizeof target);
 }
@@ -206,8 +200,8 @@ QAV_ENTRY_FUNCTION QAV_IsUpgradeStatus(lua_State *state) {
     char root[kPathSize] = {0};
     uint32_t code = RPM_GetCommonRootPath(sizeof root, root);
     if (code != 0) return qav::ReturnUInt(state, code);
-    char flagPath[kFlagPathSize] = {0};
-    if (snprintf_s(flagPath, sizeof flagPath, sizeof flagPath - 1, "%s/../%s", root, kUpgradeFlagFile) < 0)
+    char flagPath[384] = {0};
+    if (snprintf_s(flagPath, sizeof flagPath, sizeof flagPath - 1, "%s/../%s", root, "upgrade_flag.cfg") < 0)
         return qav::ReturnUInt(state, qav::kInvalidCall);
     SYSDT_SPTI_PushUInt(state, 0);
     SYSDT_SPTI_PushBool(state, RPM_IsExistFile(flagPath) != 0 ? 1 : 0);
@@ -233,7 +227,7 @@ QAV_ENTRY_FUNCTION QAV_RecordUpgradeTimeStamp(lua_State *state) {
     ZAK_STARTUP_STAMP stamp{};
     for (int32_t i = 0; i < 3; ++i) {
         stamp.auiValue[i] = SYSDT_SPTI_ToUInt(state, i + 1);
-        if (stamp.auiValue[i] > kMaxStampKind) return qav::ReturnUInt(state, qav::kBadRequest);
+        if (stamp.auiValue[i] > 2) return qav::ReturnUInt(state, qav::kBadRequest); // kinds 0 to 2
     }
     const char *text = SYSDT_SPTI_ToString(state, 4);
     if (text == nullptr) return qav::ReturnUInt(state, qav::kBadRequest);

@@ -6,15 +6,6 @@
 #include "rpm_trace.h"
 #include "securec.h"
 
-namespace {
-
-constexpr uint32_t kSdmLogFile = 13;
-constexpr size_t kPatchLineLimit = 299;
-constexpr uint32_t kPathSize = 300;
-constexpr uint32_t kShowSize = 64;
-
-} // namespace
-
 QAV_ENTRY_FUNCTION QAV_WriteLog(lua_State *state) {
     int32_t count = qav::ArgCount(state);
     if (count != 2) return qav::ReturnUInt(state, qav::kFailed);
@@ -29,7 +20,7 @@ QAV_ENTRY_FUNCTION QAV_SDMWriteLog(lua_State *state) {
     if (!qav::ArgsMatch(state, ".")) return qav::ReturnUInt(state, qav::kFailed);
     const char *text = qav::TextArg(state, 1);
     if (text == nullptr) return qav::ReturnUInt(state, 2);
-    QAV_STLogToFile(kSdmLogFile, "[sdm-log]%s\n", text);
+    QAV_STLogToFile(13, "[sdm-log]%s\n", text); // the software-management log
     return qav::ReturnUInt(state, qav::kOk);
 }
 
@@ -40,6 +31,7 @@ QAV_ENTRY_FUNCTION QAV_PAT_WriteLog(lua_State *state) {
     if (text == nullptr) return qav::ReturnUInt(state, qav::event::kNotText);
     // A long text is cut in place: the zero byte lands in the script's own string, which the
     // patch scripts then see shortened as well.
+    constexpr size_t kPatchLineLimit = 299;
     if (length > kPatchLineLimit) const_cast<char *>(text)[kPatchLineLimit] = '\0';
     PAT_LogToFile(1, static_cast<uint32_t>(SYSDT_SPTI_ToInt(state, 1)), 1, "%s", text);
     return qav::ReturnUInt(state, qav::kOk);
@@ -56,13 +48,13 @@ QAV_ENTRY_FUNCTION QAV_PAT_WriteTraceLog(lua_State *state) {
 QAV_ENTRY_FUNCTION QAV_RPM_ParseLog(lua_State *state) {
     const char *text = qav::ArgsMatch(state, "s") ? SYSDT_SPTI_ToString(state, 1) : nullptr;
     if (text == nullptr) return qav::ReturnUInt(state, qav::kBadArgument);
-    char path[kPathSize] = {};
+    char path[300] = {};
     (void)RPM_LogParseLinuxPath(text, path, sizeof path);
     return qav::ReturnUIntText(state, qav::kOk, path, sizeof path);
 }
 
 QAV_ENTRY_FUNCTION QAV_CreateShowStrByInfoCode(lua_State *state) {
-    char shown[kShowSize] = {};
+    char shown[64] = {};
     const char *text = qav::ArgsMatch(state, ".s") ? SYSDT_SPTI_ToString(state, 2) : nullptr;
     if (text == nullptr) return qav::ReturnUIntText(state, qav::kFailed, shown, sizeof shown);
     uint32_t infoCode = SYSDT_SPTI_ToUInt(state, 1);

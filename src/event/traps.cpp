@@ -155,24 +155,26 @@ int RaiseTrap(lua_State *state, const TrapRow &trap) {
     return qav::ReturnUInt(state, status);
 }
 
-void LogFlashSyncFiles(uint32_t code, const QAV_EVENT_VALUE *v) {
-    QAV_Log(0, code, "pcSrcFile = %s  pcDstFile = %s.\n", v[1].v.s, v[2].v.s);
+// The two flash synchronisation traps differ only in their code and texts.
+constexpr TrapRow FlashSyncTrap(uint32_t code, const char *countText, const char *paramText) {
+    return {.code = code,
+            .letters = "dssv",
+            .countText = countText,
+            .paramText = paramText,
+            .eventFormat = "%d%s%s",
+            .detail = [](uint32_t trapCode, const QAV_EVENT_VALUE *v) {
+                QAV_Log(0, trapCode, "pcSrcFile = %s  pcDstFile = %s.\n", v[1].v.s, v[2].v.s);
+            }};
 }
 
 // The texts name the function that writes them; the sum-upgrade trap's carry another trap's name
 // and are its fixed texts.
-constexpr TrapRow kFlashSyncSuccessTrap{.code = kFlashSyncSuccess,
-                                        .letters = "dssv",
-                                        .countText = "QAV_TRAP_FlhSyncSuccess proc fail. para num = %d\n",
-                                        .paramText = "QAV_TRAP_FlhSyncSuccess proc fail. get para failed.\n",
-                                        .eventFormat = "%d%s%s",
-                                        .detail = LogFlashSyncFiles};
-constexpr TrapRow kFlashSyncFailTrap{.code = kFlashSyncFail,
-                                     .letters = "dssv",
-                                     .countText = "QAV_TRAP_FlhSyncFail proc fail. para num = %d\n",
-                                     .paramText = "QAV_TRAP_FlhSyncFail proc fail. get para failed.\n",
-                                     .eventFormat = "%d%s%s",
-                                     .detail = LogFlashSyncFiles};
+constexpr TrapRow kFlashSyncSuccessTrap =
+    FlashSyncTrap(kFlashSyncSuccess, "QAV_TRAP_FlhSyncSuccess proc fail. para num = %d\n",
+                  "QAV_TRAP_FlhSyncSuccess proc fail. get para failed.\n");
+constexpr TrapRow kFlashSyncFailTrap =
+    FlashSyncTrap(kFlashSyncFail, "QAV_TRAP_FlhSyncFail proc fail. para num = %d\n",
+                  "QAV_TRAP_FlhSyncFail proc fail. get para failed.\n");
 constexpr TrapRow kPatchErrorTrap{
     .code = kPatchError,
     .letters = "uuuds",

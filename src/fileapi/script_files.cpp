@@ -12,13 +12,9 @@
 namespace {
 
 using qav::fileapi::kBadArguments;
-// The owner tag of script file access: 0xFF then the letters "lua".
-constexpr uint32_t kScriptOwnerTag = 0xFF6C7561;
-constexpr uint32_t kCreatePermission = 0640;
 constexpr uint32_t kBlockSize = 1020;
 constexpr uint32_t kNumberSize = 512;
 constexpr uint32_t kLineSize = 1020;
-constexpr uint32_t kOpenPathAssertLine = 120;
 
 struct NamedCode {
     const char *text;
@@ -85,7 +81,8 @@ bool IsDigit(uint8_t byte) {
 extern "C" {
 
 uint32_t qav_spt_GetZakHandle(uint32_t number, uint32_t *handle) {
-    return QAV_GetZakHandle(number, handle, kScriptOwnerTag);
+    // The owner tag of script file access: 0xFF then the letters "lua".
+    return QAV_GetZakHandle(number, handle, 0xFF6C7561);
 }
 
 uint32_t QAV_SPT_Fopen_Chk(lua_State *state) {
@@ -122,7 +119,7 @@ QAV_ENTRY_FUNCTION QAV_SPT_Fopen(lua_State *state) {
     uint32_t length = 0;
     const char *path = SYSDT_SPTI_ToLString(state, 2, &length);
     if (path == nullptr) {
-        ZAK_Assert("fapi_lua", kOpenPathAssertLine, 0);
+        ZAK_Assert("fapi_lua", 120, 0);
         return static_cast<int>(qav::kInvalidCall); // unreachable after the check; the count is kept
     }
     uint32_t flags = 0;
@@ -133,7 +130,7 @@ QAV_ENTRY_FUNCTION QAV_SPT_Fopen(lua_State *state) {
     }
     uint32_t handle = 0; // stays 0 when the platform knows no handle for the number
     (void)qav_spt_GetZakHandle(number, &handle);
-    int32_t fd = P_ZAK_Open(path, flags, handle, kCreatePermission);
+    int32_t fd = P_ZAK_Open(path, flags, handle, 0640);
     if (fd < 0) LogFileError(fd, "QAV open file error.");
     SYSDT_SPTI_PushInt(state, fd);
     SYSDT_SPTI_PushUInt(state, handle);

@@ -19,9 +19,6 @@ constexpr uint32_t kFreeLine = 154;
 constexpr int32_t kStrdupLine = 128;
 // Messages are formatted into a 128-byte buffer; longer ones are dropped.
 constexpr size_t kMessageSize = 128;
-// A descriptor the engine still holds a day after opening it is reported as leaked.
-constexpr uint32_t kFdLeakTimeoutMs = 86400000;
-constexpr uint32_t kLinkBufferStep = 80;
 
 int classify(int result, const char *path, const struct stat *record) {
     if (result != 0) {
@@ -155,6 +152,8 @@ char *vfm_get_last_dir(char *path) {
 int32_t vfm_open(const char *path, uint32_t flags, uint32_t permission) {
     int32_t fd = P_ZAK_Open(path, flags, 0, permission);
     if (fd < 0) vfm_record_errmsg("can't open '%s', iRet:%d", path, fd);
+    // A descriptor the engine still holds a day after opening it is reported as leaked.
+    constexpr uint32_t kFdLeakTimeoutMs = 86400000;
     ZAK_FD_LEAK_CHECK_INFO info = {fd, kFdLeakTimeoutMs};
     (void)P_ZAK_FdLeakCheckInfoSet(&info);
     return fd;
@@ -193,6 +192,7 @@ int vfm_unlink(const char *path) {
 }
 
 char *vfm_readlink(const char *path) {
+    constexpr uint32_t kLinkBufferStep = 80;
     uint32_t size = 0;
     for (;;) {
         size += kLinkBufferStep;

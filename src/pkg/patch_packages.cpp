@@ -23,8 +23,6 @@ constexpr uint32_t kCrlPathBuffer = 256;
 // Codes of the startup patch validity test.
 using qav::pkg::kStartupMissing;
 using qav::pkg::kStartupNoPath;
-// The header reader's result for a package whose length differs from its header.
-constexpr uint32_t kHeaderLengthMismatch = 5006;
 
 uint32_t Le32(const uint8_t *bytes) {
     return static_cast<uint32_t>(bytes[0]) | static_cast<uint32_t>(bytes[1]) << 8 |
@@ -195,6 +193,8 @@ QAV_ENTRY_FUNCTION l_verify_startuppatch(lua_State *state) {
     }
     HeaderBuffer header;
     if (header.get() == nullptr) return slot.Finish(qav::pkg::kPatchNoMemory);
+    // 5006: a package whose length differs from its header.
+    constexpr uint32_t kHeaderLengthMismatch = 5006;
     uint32_t rc = PAT_GetPatPkgHeaderInfo(path, header.get());
     if (rc != 0 && rc != kHeaderLengthMismatch)
         return slot.Finish(static_cast<int32_t>(qav::kGenericFailure));

@@ -24,13 +24,6 @@ QavCollectLogLockTable g_stCollectLogLockTable;
 QavCrlLockTable g_stCrlLockTable;
 }
 
-#if UINTPTR_MAX == 0xFFFFFFFF
-static_assert(sizeof(QavPatchLockTable) == 36);
-static_assert(sizeof(QavSessionLockTable) == 32);
-static_assert(sizeof(QavCollectLogLockTable) == 24);
-static_assert(sizeof(QavCrlLockTable) == 20);
-#endif
-
 namespace {
 
 constexpr uint32_t kSliceMs = 5000;

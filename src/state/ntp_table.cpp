@@ -10,9 +10,7 @@ extern "C" {
 QavNtpUCastTable g_stNTPUCastTable;
 }
 
-#if UINTPTR_MAX == 0xFFFFFFFF
-static_assert(sizeof(QavNtpUCastTable) == 24);
-#endif
+QAV_DEVICE_LAYOUT(QavNtpUCastTable, 24)
 
 namespace {
 

@@ -14,12 +14,6 @@ QavFlhSyncTable g_stFlhSyncTable;
 QavLoadPatchTable g_stLoadPatchTable;
 }
 
-#if UINTPTR_MAX == 0xFFFFFFFF
-static_assert(sizeof(QavPatchErrTable) == 28);
-static_assert(sizeof(QavFlhSyncTable) == 24);
-static_assert(sizeof(QavLoadPatchTable) == 24);
-#endif
-
 namespace {
 
 constexpr uint32_t kTextSize = 256;

@@ -10,12 +10,11 @@
 #include "binding/script_frame.h"
 #include "os_env.h"
 #include "securec.h"
+#include "state/comm_lock.h"
 #include "state/dropped_memory.h"
 
-#if UINTPTR_MAX == 0xFFFFFFFF
-// The exported record keeps the device's layout: three words and the list (two links, a count).
-static_assert(sizeof(QavUpgradeLock) == 24);
-#endif
+// Three words and the list (two links, a count).
+QAV_DEVICE_LAYOUT(QavUpgradeLock, 24)
 
 extern "C" {
 QavUpgradeLock g_stUpgradeLock;
