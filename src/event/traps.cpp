@@ -90,7 +90,7 @@ void ShowPatchRecord(uint32_t cid, uint32_t dialogCode, const char *format, Valu
     if (g_pfPatchDialogFunc != nullptr)
         (void)PAT_CallDialogFunc(cid, dialogCode, format, values...);
     else
-        PAT_LogToFile(0, 2, 1, format, values...);
+        PAT_LogToFile(0, qav::kLogNotice, 1, format, values...);
 }
 
 // A trap of the common shape: a fixed argument count (else `countText`), the arguments read in
