@@ -61,7 +61,7 @@ inline bool ArgsMatch(lua_State *state, const char *types) {
     return true;
 }
 
-// The count check alone; the older spelling of ArgsMatch with every letter '.'.
+// The count check alone: ArgsMatch with every letter '.', kept for callers not yet moved to it.
 inline bool ArgCountIs(lua_State *state, int32_t count) {
     return ArgCount(state) == count;
 }
@@ -88,7 +88,7 @@ template <size_t N>
 bool CopyTextArg(lua_State *state, int32_t index, char (&buffer)[N], const char *function, int32_t line) {
     return CopyTextArg(state, index, buffer, N, function, line);
 }
-// The older name of CopyTextArg.
+// The older name of CopyTextArg, kept for callers not yet moved to it.
 inline bool CopyStringArg(lua_State *state, int32_t index, char *buffer, size_t size, const char *function,
                           int32_t line) {
     return CopyTextArg(state, index, buffer, size, function, line);
@@ -105,7 +105,7 @@ inline int ReturnInt(lua_State *state, int32_t code) {
     SYSDT_SPTI_PushInt(state, code);
     return 1;
 }
-// A code and one unsigned value: two results.
+// Two unsigned results, mostly a code and one value.
 inline int ReturnUIntPair(lua_State *state, uint32_t code, uint32_t value) {
     SYSDT_SPTI_PushUInt(state, code);
     SYSDT_SPTI_PushUInt(state, value);

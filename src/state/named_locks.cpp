@@ -89,6 +89,15 @@ int ForgetSessionHolder(lua_State *state, const SessionLock &lock) {
     return qav::ReturnUInt(state, qav::kOk);
 }
 
+// The patch lock-info for the two info functions, whose one argument is a table; null for any other
+// call or when the traceback buffer cannot be had.
+QavPatLockInfo *PatchLockInfoOf(lua_State *state) {
+    if (!qav::ArgsMatch(state, "t")) return nullptr;
+    QavPatLockInfo *info = nullptr;
+    QAV_PatchLockAddrGet(&info);
+    return info;
+}
+
 int PushInitFlag(lua_State *state, uint32_t initFlag) {
     return qav::ReturnUIntPair(state, qav::kOk, initFlag);
 }
@@ -336,6 +345,8 @@ QAV_ENTRY_FUNCTION QAV_PatLockDestroy(lua_State *state) {
     info->startTime = 0;
     info->sessionId = 0;
     if (info->traceback != nullptr) {
+        // NUK_MemFree is the platform allocator's short free: it takes ZAK_Malloc_F blocks such as
+        // this one, and the destroy has always given the buffer back through it.
         (void)NUK_MemFree(info->traceback);
         info->traceback = nullptr;
     }
@@ -377,9 +388,7 @@ QAV_ENTRY_FUNCTION QAV_SetCollectLogLockInfo(lua_State *state) {
 }
 
 QAV_ENTRY_FUNCTION QAV_QueryPatLockInfo(lua_State *state) {
-    if (!qav::ArgsMatch(state, "t")) return qav::ReturnUInt(state, qav::kInvalidCall);
-    QavPatLockInfo *info = nullptr;
-    QAV_PatchLockAddrGet(&info);
+    QavPatLockInfo *info = PatchLockInfoOf(state);
     if (info == nullptr) return qav::ReturnUInt(state, qav::kInvalidCall);
     SYSDT_SPTI_PushUInt(state, info->sessionId);
     SYSDT_SPTI_SetField(state, 1, "sessionId");
@@ -392,9 +401,7 @@ QAV_ENTRY_FUNCTION QAV_QueryPatLockInfo(lua_State *state) {
 }
 
 QAV_ENTRY_FUNCTION QAV_SetPatLockInfo(lua_State *state) {
-    if (!qav::ArgsMatch(state, "t")) return qav::ReturnUInt(state, qav::kInvalidCall);
-    QavPatLockInfo *info = nullptr;
-    QAV_PatchLockAddrGet(&info);
+    QavPatLockInfo *info = PatchLockInfoOf(state);
     if (info == nullptr) return qav::ReturnUInt(state, qav::kInvalidCall);
     info->sessionId = qav::FieldUInt(state, 1, "sessionId");
     SYSDT_SPTI_GetField(state, 1, "startTime");

@@ -8,6 +8,10 @@
 
 namespace {
 
+// The count failure text most of these functions share (it names another function; the logs
+// have always read so).
+constexpr const char *kCountText = "QAV_GetEcmCid proc fail SYSDT_SPTI_GetTop. uiRet = %d \n";
+
 using qav::time::kCompareRefused;
 using qav::time::kPlatformFailure;
 
@@ -124,7 +128,7 @@ QAV_ENTRY_FUNCTION QAV_SystimeSecToTime(lua_State *state) {
     if (qav::ArgsMatch(state, ".."))
         NUK_SystimeSec2Time(SYSDT_SPTI_ToUInt(state, 1), &record);
     else
-        LogCount("QAV_GetEcmCid proc fail SYSDT_SPTI_GetTop. uiRet = %d \n");
+        LogCount(kCountText);
     // Written (all zeros after a wrong count) and answered with 0: the result never reports failure.
     QAV_SPT_OutPutSystime(state, &record, 2);
     return qav::ReturnUInt(state, qav::kOk);
@@ -139,7 +143,7 @@ QAV_ENTRY_FUNCTION QAV_GetSystimeToSecond(lua_State *state) {
             QAV_Log(0, qav::kBaseLogCode,
                     "QAV_GetEcmCid proc fail QAV_GetSystimeDelaySecondCal. uiRet = %d \n", rc);
     } else {
-        LogCount("QAV_GetEcmCid proc fail SYSDT_SPTI_GetTop. uiRet = %d \n");
+        LogCount(kCountText);
     }
     return qav::ReturnUIntPair(state, seconds, microseconds);
 }
@@ -185,8 +189,7 @@ QAV_ENTRY_FUNCTION QAV_SystimeRelSecCal(lua_State *state) {
 QAV_ENTRY_FUNCTION QAV_SystimeRelDayCal(lua_State *state) {
     SYS_TIME first{};
     SYS_TIME second{};
-    if (uint32_t status = 0; !ReadTimePair(state, "QAV_GetEcmCid proc fail SYSDT_SPTI_GetTop. uiRet = %d \n",
-                                           &first, &second, &status))
+    if (uint32_t status = 0; !ReadTimePair(state, kCountText, &first, &second, &status))
         return qav::ReturnUInt(state, status);
     uint32_t days = NUK_SystimeRelDayCal(&first, &second);
     if (days > 0xFFFFFFFEu)
@@ -197,15 +200,14 @@ QAV_ENTRY_FUNCTION QAV_SystimeRelDayCal(lua_State *state) {
 QAV_ENTRY_FUNCTION QAV_SystimeCompare(lua_State *state) {
     SYS_TIME first{};
     SYS_TIME second{};
-    if (uint32_t status = 0; !ReadTimePair(state, "QAV_GetEcmCid proc fail SYSDT_SPTI_GetTop. uiRet = %d \n",
-                                           &first, &second, &status))
+    if (uint32_t status = 0; !ReadTimePair(state, kCountText, &first, &second, &status))
         return qav::ReturnUInt(state, status);
     return qav::ReturnUInt(state, NUK_SystimeCompare(&first, &second));
 }
 
 QAV_ENTRY_FUNCTION QAV_SystimeAddMilliSeconds(lua_State *state) {
     if (!qav::ArgsMatch(state, "..")) {
-        LogCount("QAV_GetEcmCid proc fail SYSDT_SPTI_GetTop. uiRet = %d \n");
+        LogCount(kCountText);
         return qav::ReturnUInt(state, qav::kFailed);
     }
     SYS_TIME record{};
