@@ -72,6 +72,13 @@ int PushResults(lua_State *state, int32_t code, int nils) {
     return 1 + nils;
 }
 
+// The number read's two results: how many digits, and the digits.
+int PushDigits(lua_State *state, const char *digits, int32_t count) {
+    SYSDT_SPTI_PushInt(state, count);
+    SYSDT_SPTI_PushString(state, digits, static_cast<uint32_t>(count));
+    return 2;
+}
+
 bool IsDigit(uint8_t byte) {
     return std::isdigit(byte) != 0;
 }
@@ -176,29 +183,20 @@ QAV_ENTRY_FUNCTION QAV_SPT_FreadNum(lua_State *state) {
         }
         if (count >= static_cast<int32_t>(kNumberSize)) {
             // Full: no seek back, the next call goes on with the following digits.
-            SYSDT_SPTI_PushInt(state, count);
-            SYSDT_SPTI_PushString(state, digits, static_cast<uint32_t>(count));
-            return 2;
+            return PushDigits(state, digits, count);
         }
     }
     if (!nonDigit) {
         LogFileError(result, "QAV read file error."); // also at a plain end of file
         if (result < 0) return PushResults(state, result, 1);
         uint8_t last = count > 0 ? static_cast<uint8_t>(digits[count - 1]) : 0;
-        if (IsDigit(last)) {
-            SYSDT_SPTI_PushInt(state, count);
-            SYSDT_SPTI_PushString(state, digits, static_cast<uint32_t>(count));
-            return 2;
-        }
+        if (IsDigit(last)) return PushDigits(state, digits, count);
     }
     // Step back so that the next read sees the non-digit again. With nothing read at offset 0 the
     // seek fails and its code is the result.
     int32_t seek = P_ZAK_LSeek(file.fd, -1, ZAK_SEEK_CUR, file.handle);
     if (seek < 0) return PushResults(state, seek, 1);
-    --count;
-    SYSDT_SPTI_PushInt(state, count);
-    SYSDT_SPTI_PushString(state, digits, static_cast<uint32_t>(count));
-    return 2;
+    return PushDigits(state, digits, count - 1);
 }
 
 QAV_ENTRY_FUNCTION QAV_SPT_FReadLine(lua_State *state) {
