@@ -230,6 +230,17 @@ constexpr TrapRow kSlaveSwitchFailTrap{.code = kSlaveSwitchFail,
                                            QAV_Log(0, code, "pcChassisNum = %s.\n", v[1].v.s);
                                        }};
 
+// RaiseTrap reads a row's values into an array of kMaxTrapArgs.
+constexpr bool ValuesFit(const TrapRow &row) {
+    size_t values = 0;
+    for (const char *letter = row.letters; *letter != '\0'; ++letter)
+        values += *letter != 'v' ? 1 : 0;
+    return values <= kMaxTrapArgs;
+}
+static_assert(ValuesFit(kFlashSyncSuccessTrap) && ValuesFit(kFlashSyncFailTrap) &&
+              ValuesFit(kPatchErrorTrap) && ValuesFit(kSumUpgradeSuccessTrap) && ValuesFit(kSysIssuTrap) &&
+              ValuesFit(kSysImageErrorTrap) && ValuesFit(kSlaveSwitchFailTrap));
+
 } // namespace
 
 #define QAV_TRAP_ENTRY(function, row)                                                                        \
