@@ -6,7 +6,12 @@
 #include "script_engine.h"
 
 namespace qav {
-inline constexpr size_t kRegistryEntries = 309;
+// One per row of registry.def.
+inline constexpr size_t kRegistryEntries = 0
+#define QAV_ENTRY(name, function) +1
+#include "binding/registry.def"
+#undef QAV_ENTRY
+    ;
 // kRegistryEntries entries and the terminator.
 extern const SCRIPT_REG_ENTRY kRegistry[kRegistryEntries + 1];
 } // namespace qav

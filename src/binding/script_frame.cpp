@@ -12,9 +12,28 @@ void LogCallFailure(const char *function, int32_t code, int32_t line) {
     QAV_syslog("FUNC(%s) return %d , Line(%d).\n", function, code, line);
 }
 
-bool CopyStringArg(lua_State *state, int32_t index, char *buffer, size_t size, const char *function,
-                   int32_t line) {
-    const char *text = SYSDT_SPTI_ToString(state, index);
+bool ValueIs(lua_State *state, int32_t index, char letter) {
+    switch (letter) {
+    case 'n':
+        return SYSDT_SPTI_IsNumber(state, index) != 0;
+    case 's':
+        return SYSDT_SPTI_IsString(state, index) != 0;
+    case 't':
+        return SYSDT_SPTI_IsTable(state, index) != 0;
+    case 'b':
+        return SYSDT_SPTI_IsBool(state, index) != 0;
+    case 'u':
+        return SYSDT_SPTI_IsUinteger(state, index) != 0;
+    case 'N':
+        return lua_type(state, index) == LUA_TNUMBER;
+    case 'S':
+        return lua_type(state, index) == LUA_TSTRING;
+    default:
+        return letter == '.';
+    }
+}
+
+bool CopyText(char *buffer, size_t size, const char *text, const char *function, int32_t line) {
     if (text == nullptr) return false;
     errno_t rc = strcpy_s(buffer, size, text);
     if (rc != EOK) {
@@ -24,11 +43,25 @@ bool CopyStringArg(lua_State *state, int32_t index, char *buffer, size_t size, c
     return true;
 }
 
-int PlaceholderSlot::Finish(int32_t code, int dataResults) const {
-    SYSDT_SPTI_PushInt(state_, code);
-    lua_copy(state_, -1, slot_);
+void StoreIntAt(lua_State *state, int32_t index, int32_t value) {
+    SYSDT_SPTI_PushInt(state, value);
+    lua_copy(state, -1, index);
+    lua_settop(state, -2);
+}
+
+void StoreUIntAt(lua_State *state, int32_t index, uint32_t value) {
+    SYSDT_SPTI_PushUInt(state, value);
+    lua_copy(state, -1, index);
+    lua_settop(state, -2);
+}
+
+StackHeight::~StackHeight() {
+    lua_settop(state_, top_);
+}
+
+int PlaceholderSlot::Drop() const {
     lua_settop(state_, -2);
-    return 1 + dataResults;
+    return 0;
 }
 
 uint32_t FieldUInt(lua_State *state, int32_t tableIndex, const char *key) {

@@ -2,6 +2,7 @@
 // draw random bytes and make or check the system-password digest. They only marshal: the fixed
 // buffers, which arguments reach the platform and the shape of the results are theirs; plain and
 // key bytes live in SecretBuffers that are wiped when the call returns.
+#include "binding/memory.h"
 #include "binding/script_frame.h"
 #include "crypt/secret_buffer.h"
 #include "nuk_crypt.h"
@@ -12,13 +13,9 @@ using qav::crypt::SecretBuffer;
 
 namespace {
 
-constexpr uint32_t kBaseLogCode = 0x9550004;
-constexpr uint32_t kPasswordOut = 17;
 constexpr uint32_t kPlainOut = 257;
 constexpr uint32_t kCipherOut = 433;
-constexpr uint32_t kDigestOut = 33;
 constexpr uint32_t kHexBytes = 128;
-constexpr uint32_t kExtPlainOut = 256;
 constexpr const char *kNoKey = ""; // selects the platform's default key
 
 // The script's out size, kept from exceeding the buffer the platform writes into.
@@ -28,13 +25,13 @@ uint32_t BoundedOutSize(uint32_t requested, uint32_t bufferSize) {
 
 // The two fixed failure messages of the single-argument password functions.
 bool OneTextArgument(lua_State *state, int32_t count, const char **text) {
-    if (!qav::ArgCountIs(state, count)) {
-        QAV_Log(0, kBaseLogCode, "QAV_GetEcmCid proc fail SYSDT_SPTI_GetTop. uiRet = %d \n", 1);
+    if (qav::ArgCount(state) != count) {
+        QAV_Log(0, qav::kBaseLogCode, "QAV_GetEcmCid proc fail SYSDT_SPTI_GetTop. uiRet = %d \n", 1);
         return false;
     }
     *text = SYSDT_SPTI_ToString(state, 1);
     if (*text == nullptr) {
-        QAV_Log(0, kBaseLogCode, "QAV_GetEcmCid proc fail SYSDT_SPTI_ToString. uiRet = %d \n", 1);
+        QAV_Log(0, qav::kBaseLogCode, "QAV_GetEcmCid proc fail SYSDT_SPTI_ToString. uiRet = %d \n", 1);
         return false;
     }
     return true;
@@ -91,6 +88,7 @@ __attribute__((visibility("default"))) uint32_t QAV_GetKeyValue(const char *hex,
 }
 
 QAV_ENTRY_FUNCTION QAV_DecryptPassword_Enh(lua_State *state) {
+    constexpr uint32_t kPasswordOut = 17;
     SecretBuffer<kPasswordOut> plain("qav_DecryptPassword_Enh plain");
     const char *cipher = nullptr;
     if (!OneTextArgument(state, 1, &cipher)) return PushStatusAndText(state, qav::kFailed, "", 1);
@@ -101,7 +99,7 @@ QAV_ENTRY_FUNCTION QAV_DecryptPassword_Enh(lua_State *state) {
 QAV_ENTRY_FUNCTION QAV_DecryptPassword_EnhExp(lua_State *state) {
     SecretBuffer<kPlainOut> plain("qav_DecryptPassword_EnhExp plain");
     uint32_t cipherLen = 0;
-    const char *cipher = qav::ArgCountIs(state, 1) ? SYSDT_SPTI_ToLString(state, 1, &cipherLen) : nullptr;
+    const char *cipher = qav::ArgsMatch(state, ".") ? SYSDT_SPTI_ToLString(state, 1, &cipherLen) : nullptr;
     if (cipher == nullptr) return PushStatusAndText(state, qav::kFailed, "", 1);
     uint32_t status = NUK_CRYPT_Decrypt_Sec(cipher, cipherLen, plain.chars(), plain.size(), 0, kNoKey);
     return PushStatusAndText(state, status, plain.chars(), plain.size());
@@ -110,7 +108,7 @@ QAV_ENTRY_FUNCTION QAV_DecryptPassword_EnhExp(lua_State *state) {
 QAV_ENTRY_FUNCTION QAV_CRYPT_Decrypt(lua_State *state) {
     SecretBuffer<kPlainOut> plain("qav_CRYPT_Decrypt plain");
     uint32_t cipherLen = 0;
-    const char *cipher = qav::ArgCountIs(state, 4) ? SYSDT_SPTI_ToLString(state, 1, &cipherLen) : nullptr;
+    const char *cipher = qav::ArgsMatch(state, "....") ? SYSDT_SPTI_ToLString(state, 1, &cipherLen) : nullptr;
     if (cipher == nullptr) return PushStatusAndText(state, qav::kFailed, "", 1);
     uint32_t outSize = BoundedOutSize(SYSDT_SPTI_ToUInt(state, 3), plain.size());
     uint32_t algorithm = SYSDT_SPTI_ToUInt(state, 4);
@@ -121,9 +119,9 @@ QAV_ENTRY_FUNCTION QAV_CRYPT_Decrypt(lua_State *state) {
 
 QAV_ENTRY_FUNCTION QAV_CRYPT_Decrypt_Enhance(lua_State *state) {
     SecretBuffer<kPlainOut> plain("qav_CRYPT_Decrypt_Enhance plain");
-    const char *cipher = qav::ArgCountIs(state, 5) ? SYSDT_SPTI_ToString(state, 1) : nullptr;
-    const char *key = cipher != nullptr ? SYSDT_SPTI_ToString(state, 5) : nullptr;
-    if (key == nullptr) return PushStatusAndText(state, qav::kFailed, "", 1);
+    if (!qav::ArgsMatch(state, "s...s")) return PushStatusAndText(state, qav::kFailed, "", 1);
+    const char *cipher = SYSDT_SPTI_ToString(state, 1);
+    const char *key = SYSDT_SPTI_ToString(state, 5);
     uint32_t status = NUK_CRYPT_Decrypt_Sec(cipher, SYSDT_SPTI_ToUInt(state, 2), plain.chars(),
                                             BoundedOutSize(SYSDT_SPTI_ToUInt(state, 3), plain.size()),
                                             SYSDT_SPTI_ToUInt(state, 4), key);
@@ -168,8 +166,8 @@ QAV_ENTRY_FUNCTION QAV_CRYPT_Encrypt(lua_State *state) {
     // The cipher buffer is left as it is after the call: it holds no plain text.
     char cipher[kCipherOut] = {};
     uint8_t iv[NUK_CRYPT_IV_LEN] = {};
-    const char *plain = qav::ArgCountIs(state, 5) ? SYSDT_SPTI_ToString(state, 1) : nullptr;
-    if (plain == nullptr) return PushEmptyCipher(state);
+    if (!qav::ArgsMatch(state, "s....")) return PushEmptyCipher(state);
+    const char *plain = SYSDT_SPTI_ToString(state, 1);
     DrawIv(iv);
     // The stated plain length reaches the platform unchanged, even when it exceeds the text.
     EncryptRequest request{plain, SYSDT_SPTI_ToUInt(state, 2), SYSDT_SPTI_ToUInt(state, 3),
@@ -180,9 +178,9 @@ QAV_ENTRY_FUNCTION QAV_CRYPT_Encrypt(lua_State *state) {
 QAV_ENTRY_FUNCTION QAV_CRYPT_Encrypt_Enhance(lua_State *state) {
     char cipher[kCipherOut] = {};
     uint8_t iv[NUK_CRYPT_IV_LEN] = {};
-    const char *plain = qav::ArgCountIs(state, 5) ? SYSDT_SPTI_ToString(state, 1) : nullptr;
-    const char *key = plain != nullptr ? SYSDT_SPTI_ToString(state, 5) : nullptr;
-    if (key == nullptr) return PushEmptyCipher(state);
+    if (!qav::ArgsMatch(state, "s...s")) return PushEmptyCipher(state);
+    const char *plain = SYSDT_SPTI_ToString(state, 1);
+    const char *key = SYSDT_SPTI_ToString(state, 5);
     DrawIv(iv);
     EncryptRequest request{plain, static_cast<uint32_t>(strlen(plain)), SYSDT_SPTI_ToUInt(state, 3),
                            SYSDT_SPTI_ToUInt(state, 4), key};
@@ -192,12 +190,11 @@ QAV_ENTRY_FUNCTION QAV_CRYPT_Encrypt_Enhance(lua_State *state) {
 QAV_ENTRY_FUNCTION QAV_CRYPT_Encrypt_Enhance_IV(lua_State *state) {
     SecretBuffer<kCipherOut> cipher("qav_CRYPT_Encrypt_Enhance_IV cipher");
     uint8_t iv[NUK_CRYPT_IV_LEN] = {};
-    bool counted = qav::ArgCountIs(state, 6);
-    const char *plain = counted ? SYSDT_SPTI_ToString(state, 1) : nullptr;
-    const char *key = counted ? SYSDT_SPTI_ToString(state, 5) : nullptr;
+    if (!qav::ArgsMatch(state, "s...ss")) return PushEmptyCipher(state);
+    const char *plain = SYSDT_SPTI_ToString(state, 1);
+    const char *key = SYSDT_SPTI_ToString(state, 5);
     uint32_t ivLen = 0;
-    const char *ivText = counted ? SYSDT_SPTI_ToLString(state, 6, &ivLen) : nullptr;
-    if (plain == nullptr || key == nullptr || ivText == nullptr) return PushEmptyCipher(state);
+    const char *ivText = SYSDT_SPTI_ToLString(state, 6, &ivLen);
     // The platform reads 16 IV bytes: a shorter text is padded with zeros, a longer one cut.
     (void)memcpy_s(iv, sizeof iv, ivText, ivLen < sizeof iv ? ivLen : sizeof iv);
     EncryptRequest request{plain, static_cast<uint32_t>(strlen(plain)), SYSDT_SPTI_ToUInt(state, 3),
@@ -206,28 +203,25 @@ QAV_ENTRY_FUNCTION QAV_CRYPT_Encrypt_Enhance_IV(lua_State *state) {
 }
 
 QAV_ENTRY_FUNCTION QAV_CRYPT_IsCipher(lua_State *state) {
-    const char *text = qav::ArgCountIs(state, 1) ? SYSDT_SPTI_ToString(state, 1) : nullptr;
-    return qav::ReturnUInt(state, text == nullptr ? qav::kFailed : NUK_CRYPT_IsCipher(text));
+    if (!qav::ArgsMatch(state, "s")) return qav::ReturnUInt(state, qav::kFailed);
+    return qav::ReturnUInt(state, NUK_CRYPT_IsCipher(SYSDT_SPTI_ToString(state, 1)));
 }
 
 QAV_ENTRY_FUNCTION QAV_CRYPT_IsPlainTextSame(lua_State *state) {
-    bool counted = qav::ArgCountIs(state, 6);
-    const char *first = counted ? SYSDT_SPTI_ToString(state, 1) : nullptr;
-    const char *second = counted ? SYSDT_SPTI_ToString(state, 4) : nullptr;
-    if (first == nullptr || second == nullptr) return qav::ReturnUInt(state, qav::kFailed);
+    if (!qav::ArgsMatch(state, "s..s..")) return qav::ReturnUInt(state, qav::kFailed);
+    const char *first = SYSDT_SPTI_ToString(state, 1);
+    const char *second = SYSDT_SPTI_ToString(state, 4);
     return qav::ReturnUInt(
         state, NUK_CRYPT_IsPlainTextSame(first, SYSDT_SPTI_ToUInt(state, 2), SYSDT_SPTI_ToUInt(state, 3),
                                          second, SYSDT_SPTI_ToUInt(state, 5), SYSDT_SPTI_ToUInt(state, 6)));
 }
 
 QAV_ENTRY_FUNCTION QAV_CRYPT_IsPlainTextSame_Enhance(lua_State *state) {
-    bool counted = qav::ArgCountIs(state, 8);
-    const char *first = counted ? SYSDT_SPTI_ToString(state, 1) : nullptr;
-    const char *firstKey = counted ? SYSDT_SPTI_ToString(state, 4) : nullptr;
-    const char *second = counted ? SYSDT_SPTI_ToString(state, 5) : nullptr;
-    const char *secondKey = counted ? SYSDT_SPTI_ToString(state, 8) : nullptr;
-    if (first == nullptr || firstKey == nullptr || second == nullptr || secondKey == nullptr)
-        return qav::ReturnUInt(state, qav::kFailed);
+    if (!qav::ArgsMatch(state, "s..ss..s")) return qav::ReturnUInt(state, qav::kFailed);
+    const char *first = SYSDT_SPTI_ToString(state, 1);
+    const char *firstKey = SYSDT_SPTI_ToString(state, 4);
+    const char *second = SYSDT_SPTI_ToString(state, 5);
+    const char *secondKey = SYSDT_SPTI_ToString(state, 8);
     return qav::ReturnUInt(state, NUK_CRYPT_IsPlainTextSame_Enhance(first, SYSDT_SPTI_ToUInt(state, 2),
                                                                     SYSDT_SPTI_ToUInt(state, 3), firstKey,
                                                                     second, SYSDT_SPTI_ToUInt(state, 6),
@@ -235,6 +229,7 @@ QAV_ENTRY_FUNCTION QAV_CRYPT_IsPlainTextSame_Enhance(lua_State *state) {
 }
 
 QAV_ENTRY_FUNCTION QAV_DESLUA_EncryptSystemPassword(lua_State *state) {
+    constexpr uint32_t kDigestOut = 33;
     char digest[kDigestOut] = {};
     const char *plain = nullptr;
     uint32_t status = qav::kFailed;
@@ -247,21 +242,18 @@ QAV_ENTRY_FUNCTION QAV_DESLUA_EncryptSystemPassword(lua_State *state) {
 
 QAV_ENTRY_FUNCTION QAV_VerifySystemPassword(lua_State *state) {
     uint32_t plainLen = 0;
-    bool counted = qav::ArgCountIs(state, 2);
-    const char *plain = counted ? SYSDT_SPTI_ToLString(state, 1, &plainLen) : nullptr;
-    const char *digest = counted ? SYSDT_SPTI_ToString(state, 2) : nullptr;
-    if (plain == nullptr || digest == nullptr) return qav::ReturnUInt(state, qav::kFailed);
+    if (!qav::ArgsMatch(state, "ss")) return qav::ReturnUInt(state, qav::kFailed);
+    const char *plain = SYSDT_SPTI_ToLString(state, 1, &plainLen);
+    const char *digest = SYSDT_SPTI_ToString(state, 2);
     return qav::ReturnUInt(state, NUK_VerifySystemPassword(plain, plainLen, digest));
 }
 
 QAV_ENTRY_FUNCTION QAV_Generate_Randnum(lua_State *state) {
-    uint32_t count = qav::ArgCountIs(state, 1) ? SYSDT_SPTI_ToUInt(state, 1) : 0;
+    uint32_t count = qav::ArgsMatch(state, ".") ? SYSDT_SPTI_ToUInt(state, 1) : 0;
     if (count == 0) return PushStatusAndText(state, qav::kFailed, "", 1);
     // A count of 0xFFFFFFFF (what -1 reads as) leaves no room for the extra byte: no block.
-    auto *buffer = count == UINT32_MAX
-                       ? nullptr
-                       : static_cast<uint8_t *>(ZAK_Malloc_F(g_pLocaHandleQav, g_aucZakMemPt, count + 1,
-                                                             qav::kSourceTag, __LINE__));
+    auto *buffer =
+        count == UINT32_MAX ? nullptr : static_cast<uint8_t *>(qav::PlatformAllocZeroed(count + 1));
     if (buffer == nullptr) {
         // The contents are undefined to callers, who look at the status; the bytes come from a
         // zero constant, as many as it holds.
@@ -270,12 +262,11 @@ QAV_ENTRY_FUNCTION QAV_Generate_Randnum(lua_State *state) {
         SYSDT_SPTI_PushLString(state, kZeros, count < sizeof kZeros ? count : sizeof kZeros);
         return 2;
     }
-    (void)memset_s(buffer, count + 1, 0, count + 1);
     (void)CRYPT_random(buffer, count);
     SYSDT_SPTI_PushUInt(state, qav::kOk);
     SYSDT_SPTI_PushLString(state, reinterpret_cast<const char *>(buffer), count);
     qav::crypt::Wipe(buffer, count + 1);
-    (void)ZAK_Free_F(buffer, qav::kSourceTag, __LINE__);
+    qav::PlatformFree(buffer);
     return 2;
 }
 
@@ -283,14 +274,14 @@ QAV_ENTRY_FUNCTION QAV_CRYPT_Decrypt_Ext(lua_State *state) {
     SecretBuffer<kHexBytes> key("qav_CRYPT_Decrypt_Ext key");
     SecretBuffer<kHexBytes> iv("qav_CRYPT_Decrypt_Ext iv");
     SecretBuffer<kHexBytes> cipher("qav_CRYPT_Decrypt_Ext cipher");
+    constexpr uint32_t kExtPlainOut = 256;
     SecretBuffer<kExtPlainOut> plain("qav_CRYPT_Decrypt_Ext plain");
-    bool counted = qav::ArgCountIs(state, 7);
-    const char *keyHex = counted ? SYSDT_SPTI_ToString(state, 2) : nullptr;
-    const char *ivHex = counted ? SYSDT_SPTI_ToString(state, 4) : nullptr;
-    const char *cipherHex = counted ? SYSDT_SPTI_ToString(state, 6) : nullptr;
-    uint32_t mode = counted ? SYSDT_SPTI_ToUInt(state, 1) : 0;
-    if (keyHex == nullptr || ivHex == nullptr || cipherHex == nullptr || mode > 1)
+    if (!qav::ArgsMatch(state, ".s.s.s.") || SYSDT_SPTI_ToUInt(state, 1) > 1)
         return PushStatusAndText(state, qav::kFailed, "", 1);
+    uint32_t mode = SYSDT_SPTI_ToUInt(state, 1);
+    const char *keyHex = SYSDT_SPTI_ToString(state, 2);
+    const char *ivHex = SYSDT_SPTI_ToString(state, 4);
+    const char *cipherHex = SYSDT_SPTI_ToString(state, 6);
     if (QAV_GetKeyValue(keyHex, key.bytes(), key.size()) != qav::kOk ||
         QAV_GetKeyValue(ivHex, iv.bytes(), iv.size()) != qav::kOk ||
         QAV_GetKeyValue(cipherHex, cipher.bytes(), cipher.size()) != qav::kOk)

@@ -7,6 +7,7 @@
 #include <cstdlib>
 #include <cstring>
 
+#include "binding/memory.h"
 #include "binding/script_frame.h"
 #include "crypt/secret_buffer.h"
 #include "os_accounts.h"
@@ -19,12 +20,11 @@
 
 namespace {
 
-constexpr uint32_t kChangeOk = 0;
-constexpr uint32_t kBadArguments = 1000;
-constexpr uint32_t kNoSuchUser = 1001;
-constexpr uint32_t kOldPasswordWrong = 1002;
-constexpr uint32_t kChangeFailed = 1003;
-constexpr uint32_t kPasswordUsedBefore = 1004;
+using qav::crypt::kChangeFailed;
+using qav::crypt::kNoSuchUser;
+using qav::crypt::kOldPasswordWrong;
+using qav::crypt::kPasswordUsedBefore;
+constexpr uint32_t kChangeOk = qav::kOk;
 constexpr int32_t kCommandFormatFailed = -1;
 
 constexpr uint32_t kCommandSize = 512;
@@ -51,8 +51,7 @@ class EnvEntry {
   public:
     EnvEntry(const char *name, const char *value) : name_(name) {
         size_ = static_cast<uint32_t>(strlen(name) + 1 + strlen(value) + 1);
-        text_ = static_cast<char *>(
-            ZAK_Malloc_F(g_pLocaHandleQav, g_aucZakMemPt, size_, qav::kSourceTag, __LINE__));
+        text_ = static_cast<char *>(qav::PlatformAlloc(size_));
         if (text_ == nullptr) return;
         if (snprintf_s(text_, size_, size_ - 1, "%s=%s", name, value) < 0 || putenv(text_) != 0) Release();
     }
@@ -67,7 +66,7 @@ class EnvEntry {
         if (text_ == nullptr) return;
         unsetenv(name_);
         qav::crypt::Wipe(text_, size_);
-        (void)ZAK_Free_F(text_, qav::kSourceTag, __LINE__);
+        qav::PlatformFree(text_);
         text_ = nullptr;
     }
     const char *name_;
@@ -172,12 +171,10 @@ __attribute__((visibility("default"))) uint32_t QAV_GetCryptKeyOfNewKey(const ch
 
 QAV_ENTRY_FUNCTION QAV_VerifyAndSetGuestOSKey(lua_State *state) {
     if (ZAK_IsNps != nullptr && ZAK_IsNps() != 1) return 0;
-    bool counted = qav::ArgCountIs(state, 3);
-    const char *user = counted ? SYSDT_SPTI_ToString(state, 1) : nullptr;
-    const char *oldPassword = counted ? SYSDT_SPTI_ToString(state, 2) : nullptr;
-    const char *newPassword = counted ? SYSDT_SPTI_ToString(state, 3) : nullptr;
-    if (user == nullptr || oldPassword == nullptr || newPassword == nullptr)
-        return qav::ReturnUInt(state, kBadArguments);
+    if (!qav::ArgsMatch(state, "sss")) return qav::ReturnUInt(state, qav::kBadRequest);
+    const char *user = SYSDT_SPTI_ToString(state, 1);
+    const char *oldPassword = SYSDT_SPTI_ToString(state, 2);
+    const char *newPassword = SYSDT_SPTI_ToString(state, 3);
     if (QAV_IsUserExist(user) != kChangeOk) return qav::ReturnUInt(state, kNoSuchUser);
     if (QAV_IsUserOldKeyValid(user, oldPassword) != kChangeOk)
         return qav::ReturnUInt(state, kOldPasswordWrong);

@@ -11,7 +11,6 @@
 #include "securec.h"
 #include "zak_systime.h"
 
-
 extern "C" {
 // Seconds of CPU run time at the last failed authentication; 0 when there was none.
 __attribute__((visibility("default"))) uint32_t g_uiLastAuthFailTimeS = 0;
@@ -64,42 +63,32 @@ __attribute__((visibility("default"))) uint32_t NUK_CRYPT_GetMKHashStrValue(char
 }
 
 QAV_ENTRY_FUNCTION QAV_MK_CurrentKeyIsDefault(lua_State *state) {
-    SYSDT_SPTI_PushUInt(state, qav::kOk);
-    SYSDT_SPTI_PushUInt(state, NUK_CRYPT_IsDefaultMK() != 0 ? 1 : 0);
-    return 2;
+    return qav::ReturnUIntPair(state, qav::kOk, NUK_CRYPT_IsDefaultMK() != 0 ? 1 : 0);
 }
 
 QAV_ENTRY_FUNCTION QAV_MK_CheckHashHit(lua_State *state) {
     uint32_t length = 0;
-    const char *text = qav::ArgCountIs(state, 1) ? SYSDT_SPTI_ToLString(state, 1, &length) : nullptr;
+    const char *text = qav::ArgsMatch(state, ".") ? SYSDT_SPTI_ToLString(state, 1, &length) : nullptr;
     if (text == nullptr || length >= kHashTextMax) return qav::ReturnUInt(state, qav::kInvalidCall);
     uint8_t hash[NUK_CRYPT_MK_HASH_LEN] = {};
     uint32_t hit = 0;
     bool ok = NUK_CRYPT_StrToHashValue(text, length, hash, sizeof hash) == 0 &&
               NUK_CRYPT_CheckHashHit(hash, sizeof hash, &hit) == 0;
     if (!ok) return qav::ReturnUInt(state, qav::kInvalidCall);
-    SYSDT_SPTI_PushUInt(state, qav::kOk);
-    SYSDT_SPTI_PushUInt(state, hit != 0 ? 1 : 0);
-    return 2;
+    return qav::ReturnUIntPair(state, qav::kOk, hit != 0 ? 1 : 0);
 }
 
 QAV_ENTRY_FUNCTION QAV_MK_CheckInputMkIsRight(lua_State *state) {
     // With the default key in place any input is taken as right.
     if (NUK_CRYPT_IsDefaultMK() != 0) {
-        SYSDT_SPTI_PushUInt(state, qav::kOk);
-        SYSDT_SPTI_PushUInt(state, 1);
-        return 2;
+        return qav::ReturnUIntPair(state, qav::kOk, 1);
     }
     const char *key = SYSDT_SPTI_ToString(state, 1);
     uint32_t match = 0;
     if (key == nullptr || QAV_MK_CheckInputKeyAndMk(key, &match) != 0) {
-        SYSDT_SPTI_PushUInt(state, qav::kInvalidCall);
-        SYSDT_SPTI_PushUInt(state, 0);
-        return 2;
+        return qav::ReturnUIntPair(state, qav::kInvalidCall, 0);
     }
-    SYSDT_SPTI_PushUInt(state, qav::kOk);
-    SYSDT_SPTI_PushUInt(state, match != 0 ? 1 : 0);
-    return 2;
+    return qav::ReturnUIntPair(state, qav::kOk, match != 0 ? 1 : 0);
 }
 
 QAV_ENTRY_FUNCTION QAV_MK_CheckMKActiveStatus(lua_State *state) {
@@ -112,12 +101,10 @@ QAV_ENTRY_FUNCTION QAV_MK_SetMKActiveStatus(lua_State *state) {
 }
 
 QAV_ENTRY_FUNCTION QAV_MK_VerifySystemPassword(lua_State *state) {
-    bool counted = qav::ArgCountIs(state, 3);
-    const char *a = counted ? SYSDT_SPTI_ToString(state, 1) : nullptr;
-    const char *b = counted ? SYSDT_SPTI_ToString(state, 2) : nullptr;
-    const char *c = counted ? SYSDT_SPTI_ToString(state, 3) : nullptr;
-    if (a == nullptr || b == nullptr || c == nullptr) return qav::ReturnUInt(state, qav::kInvalidCall);
-    return qav::ReturnUInt(state, SMP_VerifySystemPassword(a, b, c));
+    if (!qav::ArgsMatch(state, "sss")) return qav::ReturnUInt(state, qav::kInvalidCall);
+    return qav::ReturnUInt(state, SMP_VerifySystemPassword(SYSDT_SPTI_ToString(state, 1),
+                                                           SYSDT_SPTI_ToString(state, 2),
+                                                           SYSDT_SPTI_ToString(state, 3)));
 }
 
 QAV_ENTRY_FUNCTION QAV_MK_RefreshAuthenFailTime(lua_State *) {
@@ -138,14 +125,14 @@ QAV_ENTRY_FUNCTION QAV_MK_GetMKConfigStatus(lua_State *state) {
 }
 
 QAV_ENTRY_FUNCTION QAV_MK_SetMKConfigStatus(lua_State *state) {
-    if (!qav::ArgCountIs(state, 1)) return qav::ReturnInt(state, -1);
+    if (!qav::ArgsMatch(state, ".")) return qav::ReturnInt(state, -1);
     (void)ZAK_SetMKConfigStatus(static_cast<uint32_t>(SYSDT_SPTI_ToInt(state, 1)));
     return qav::ReturnInt(state, 0);
 }
 
 QAV_ENTRY_FUNCTION QAV_MK_InputKeyIsSecurity(lua_State *state) {
     uint32_t length = 0;
-    const char *key = SYSDT_SPTI_IsString(state, 1) ? SYSDT_SPTI_ToLString(state, 1, &length) : nullptr;
+    const char *key = qav::ValueIs(state, 1, 's') ? SYSDT_SPTI_ToLString(state, 1, &length) : nullptr;
     return qav::ReturnUInt(state, key != nullptr && IsStrongKey(key, length) ? 1 : 0);
 }
 

@@ -6,6 +6,7 @@
 #include <cstdlib>
 #include <cstring>
 
+#include "binding/memory.h"
 #include "binding/script_frame.h"
 #include "cmf_db.h"
 #include "device/process_request.h"
@@ -33,7 +34,6 @@ void FillProcessRequest(ProcessRequest *request, const char *name, uint32_t inst
 
 namespace {
 
-constexpr uint32_t kTraceModule = 0x811101F;
 constexpr uint32_t kWordsPerEntry = 4;
 constexpr uint32_t kEntriesPerNode = 2;
 constexpr int32_t kNoProcessLogBelow = 4;
@@ -44,9 +44,7 @@ int PushHardType(lua_State *state, uint32_t (*get)(ZAK_HARD_INFO *)) {
     ZAK_HARD_INFO info;
     (void)memset_s(&info, sizeof info, 0, sizeof info);
     uint32_t ret = get(&info);
-    SYSDT_SPTI_PushUInt(state, ret);
-    SYSDT_SPTI_PushUInt(state, info.uiBoardHardType);
-    return 2;
+    return qav::ReturnUIntPair(state, ret, info.uiBoardHardType);
 }
 
 // "chassis/board" or "board" (chassis 1), both unsigned decimal.
@@ -113,35 +111,29 @@ QAV_ENTRY_FUNCTION QAV_ZAK_GetCpuTick(lua_State *state) {
     uint32_t first = 0;
     uint32_t second = 0;
     (void)ZAK_GetCpuTick(&first, &second);
-    SYSDT_SPTI_PushUInt(state, first);
-    SYSDT_SPTI_PushUInt(state, second);
-    return 2;
+    return qav::ReturnUIntPair(state, first, second);
 }
 
 QAV_ENTRY_FUNCTION QAV_GetCurrentProcessPath(lua_State *state) {
     char path[256] = {0};
     uint32_t ret = ZAK_GetProcessCurrentPath(path, sizeof path);
     path[sizeof path - 1] = '\0';
-    SYSDT_SPTI_PushUInt(state, ret);
-    SYSDT_SPTI_PushString(state, path, static_cast<uint32_t>(std::strlen(path)));
-    return 2;
+    return qav::ReturnUIntText(state, ret, path, static_cast<uint32_t>(std::strlen(path)));
 }
 
 QAV_ENTRY_FUNCTION qav_ResetBoardForNpuModeSwitch(lua_State *state) {
     // A wrong count returns 0xFFFFFFFF as the result count, pushing nothing; callers never read
     // results of this function, and the count is kept as the device's engine receives it.
-    if (!qav::ArgCountIs(state, 1)) return static_cast<int>(qav::kInvalidCall);
+    if (!qav::ArgsMatch(state, ".")) return static_cast<int>(qav::kInvalidCall);
     int32_t mode = SYSDT_SPTI_ToInt(state, 1);
-    QAV_STLOG(kTraceModule, "Reset Board by NPU switch mode %#x)", static_cast<uint32_t>(mode));
+    QAV_STLOG(qav::kDiagModule, "Reset Board by NPU switch mode %#x)", static_cast<uint32_t>(mode));
     (void)QAV_ResetBoard(static_cast<uint32_t>(mode));
     return 0;
 }
 
 // Validated and logged; the request goes nowhere: this build starts no process.
 QAV_ENTRY_FUNCTION QAV_CreateProcess(lua_State *state) {
-    if (!qav::ArgCountIs(state, 4) || SYSDT_SPTI_IsString(state, 1) == 0 ||
-        SYSDT_SPTI_IsString(state, 3) == 0 || SYSDT_SPTI_IsString(state, 4) == 0)
-        return qav::ReturnUInt(state, qav::kInvalidCall);
+    if (!qav::ArgsMatch(state, "s.ss")) return qav::ReturnUInt(state, qav::kInvalidCall);
     const char *name = SYSDT_SPTI_ToString(state, 1);
     int32_t instance = SYSDT_SPTI_ToInt(state, 2);
     const char *path = SYSDT_SPTI_ToString(state, 3);
@@ -157,8 +149,7 @@ QAV_ENTRY_FUNCTION QAV_CreateProcess(lua_State *state) {
 
 // Validated and logged; nothing is stopped.
 QAV_ENTRY_FUNCTION QAV_DeleteProcess(lua_State *state) {
-    if (!qav::ArgCountIs(state, 2) || SYSDT_SPTI_IsString(state, 1) == 0)
-        return qav::ReturnUInt(state, qav::kInvalidCall);
+    if (!qav::ArgsMatch(state, "s.")) return qav::ReturnUInt(state, qav::kInvalidCall);
     const char *name = SYSDT_SPTI_ToString(state, 1);
     int32_t instance = SYSDT_SPTI_ToInt(state, 2);
     if (g_iLogLevel < kNoDeleteLogBelow)
@@ -169,8 +160,7 @@ QAV_ENTRY_FUNCTION QAV_DeleteProcess(lua_State *state) {
 }
 
 QAV_ENTRY_FUNCTION QAV_GetSemlsStateByOsnode(lua_State *state) {
-    if (!qav::ArgCountIs(state, 1) || SYSDT_SPTI_IsString(state, 1) == 0)
-        return qav::ReturnUInt(state, qav::kInvalidCall);
+    if (!qav::ArgsMatch(state, "s")) return qav::ReturnUInt(state, qav::kInvalidCall);
     char text[16] = {0};
     if (strcpy_s(text, sizeof text, SYSDT_SPTI_ToString(state, 1)) != EOK) {
         if (g_iLogLevel < kNoProcessLogBelow) ha_log(3, "%s strcpy failed.\n", kSemlsFunction);
@@ -183,20 +173,17 @@ QAV_ENTRY_FUNCTION QAV_GetSemlsStateByOsnode(lua_State *state) {
     uint32_t count = 0;
     uint32_t *nodes = nullptr;
     if (QAV_GetOsNodeListByBoardId(chassis, board, &count, &nodes) != 0 || nodes == nullptr) {
-        if (nodes != nullptr) (void)ZAK_Free_F(nodes, qav::kSourceTag, __LINE__);
+        qav::PlatformFree(nodes);
         return qav::ReturnUInt(state, qav::kInvalidCall);
     }
     DMS_COMP_ADDR_INFO *entries = nullptr;
     if (count != 0) {
         entries = static_cast<DMS_COMP_ADDR_INFO *>(
-            ZAK_Malloc_F(g_pLocaHandleQav, g_aucZakMemPt,
-                         count * kEntriesPerNode * sizeof(DMS_COMP_ADDR_INFO), qav::kSourceTag, __LINE__));
+            qav::PlatformAllocZeroed(count * kEntriesPerNode * sizeof(DMS_COMP_ADDR_INFO)));
         if (entries == nullptr) {
-            (void)ZAK_Free_F(nodes, qav::kSourceTag, __LINE__);
+            qav::PlatformFree(nodes);
             return qav::ReturnUInt(state, qav::kInvalidCall);
         }
-        (void)memset_s(entries, count * kEntriesPerNode * sizeof(DMS_COMP_ADDR_INFO), 0,
-                       count * kEntriesPerNode * sizeof(DMS_COMP_ADDR_INFO));
     }
     uint32_t filled = 0;
     bool ok = CollectComponentEntries(nodes, count, entries, &filled);
@@ -204,8 +191,8 @@ QAV_ENTRY_FUNCTION QAV_GetSemlsStateByOsnode(lua_State *state) {
         SYSDT_SPTI_PushUInt(state, qav::kOk);
         PushComponentTable(state, entries, filled);
     }
-    if (entries != nullptr) (void)ZAK_Free_F(entries, qav::kSourceTag, __LINE__);
-    (void)ZAK_Free_F(nodes, qav::kSourceTag, __LINE__);
+    qav::PlatformFree(entries);
+    qav::PlatformFree(nodes);
     return ok ? 2 : qav::ReturnUInt(state, qav::kInvalidCall);
 }
 
@@ -215,19 +202,18 @@ QAV_ENTRY_FUNCTION QAV_SU_IsCurDirVerSame(lua_State *state) {
     constexpr uint32_t kSame = 0;
     constexpr uint32_t kDifferent = 1;
     constexpr uint32_t kError = 2;
-    const char *version = SYSDT_SPTI_IsString(state, 1) != 0 ? SYSDT_SPTI_ToString(state, 1) : nullptr;
+    const char *version = qav::TextArg(state, 1);
     if (version == nullptr) return qav::ReturnUInt(state, kError);
     char *cwd = get_current_dir_name();
     if (cwd == nullptr) return qav::ReturnUInt(state, kError);
     uint32_t result = std::strstr(cwd, version) != nullptr ? kSame : kDifferent;
-    std::free(cwd);
+    qav::HeapFree(cwd); // the C library's block
     return qav::ReturnUInt(state, result);
 }
 
 // Exported for other platform libraries, not registered: fills the table argument.
 QAV_ENTRY_FUNCTION QAV_GetHardinfo(lua_State *state) {
-    if (!qav::ArgCountIs(state, 1) || SYSDT_SPTI_IsTable(state, 1) == 0)
-        return qav::ReturnUInt(state, qav::kInvalidCall);
+    if (!qav::ArgsMatch(state, "t")) return qav::ReturnUInt(state, qav::kInvalidCall);
     ZAK_HARD_INFO info;
     (void)memset_s(&info, sizeof info, 0, sizeof info);
     uint32_t ret = ZAK_GetHard_Info(&info);

@@ -9,6 +9,7 @@
 #include <cstring>
 #include <ctime>
 
+#include "binding/memory.h"
 #include "binding/script_frame.h"
 #include "device/stamp_text.h"
 #include "securec.h"
@@ -17,21 +18,13 @@
 
 namespace {
 
-constexpr int32_t kStatusFailed = 1;
-constexpr int32_t kStatusMissingText = 2;
-constexpr int32_t kNotALink = 11;
-constexpr uint32_t kBadPathCall = 22;
-constexpr uint32_t kBadStampCall = 1000;
-constexpr mode_t kDefaultChownMode = 0750;
-constexpr size_t kTimeTextSize = 256;
-constexpr size_t kLinkTargetSize = 384;
+using qav::device::kMissingText;
+using qav::device::kNotALink;
+using qav::device::kStatusFailed;
 constexpr size_t kPathSize = 256;
-constexpr size_t kFlagPathSize = 384;
-constexpr uint32_t kMaxStampKind = 2;
 constexpr int32_t kStampMinArgs = 6;
 constexpr int32_t kStampMaxArgs = kStampMinArgs + static_cast<int32_t>(ZAK_STAMP_MAX_ITEMS);
 constexpr uint32_t kStampTextCap = 8192;
-constexpr const char *kUpgradeFlagFile = "upgrade_flag.cfg";
 
 int PushStatusAndText(lua_State *state, int32_t status, const char *text, uint32_t bound) {
     SYSDT_SPTI_PushInt(state, status);
@@ -40,18 +33,18 @@ int PushStatusAndText(lua_State *state, int32_t status, const char *text, uint32
 }
 
 int ChownWith(lua_State *state, int32_t (*chownTo)(const char *, uint32_t)) {
-    const char *path = luaL_checkstring(state, 1);
-    const char *modeText = luaL_checkstring(state, 2);
-    if (path == nullptr || modeText == nullptr) return qav::ReturnInt(state, kStatusMissingText);
+    const char *path = SYSDT_SPTI_ToString(state, 1);
+    const char *modeText = SYSDT_SPTI_ToString(state, 2);
+    if (path == nullptr || modeText == nullptr) return qav::ReturnInt(state, kMissingText);
     auto mode = static_cast<mode_t>(std::strtol(modeText, nullptr, 8));
-    if (mode == 0) mode = kDefaultChownMode;
+    if (mode == 0) mode = 0750; // a mode of 0 (or no octal text) asks for the default
     if (chmod(path, mode) != 0) return qav::ReturnInt(state, -1);
     return qav::ReturnInt(state, chownTo(path, 0));
 }
 
 void FreeItems(ZAK_STARTUP_STAMP *stamp) {
     for (uint32_t i = 0; i < stamp->uiItemCount; ++i)
-        ZAK_Free_F(stamp->apItems[i], qav::kSourceTag, __LINE__);
+        qav::PlatformFree(stamp->apItems[i]);
     stamp->uiItemCount = 0;
 }
 
@@ -61,8 +54,7 @@ uint8_t *ItemData(ZAK_STAMP_ITEM *item) {
 
 ZAK_STAMP_ITEM *NewItem(uint16_t type, uint16_t length) {
     auto *item = static_cast<ZAK_STAMP_ITEM *>(
-        ZAK_Malloc_F(g_pLocaHandleQav, g_aucZakMemPt, ZAK_STAMP_ITEM_HEADER_SIZE + (length < 4 ? 4 : length),
-                     qav::kSourceTag, __LINE__));
+        qav::PlatformAlloc(ZAK_STAMP_ITEM_HEADER_SIZE + (length < 4 ? 4 : length)));
     if (item != nullptr) {
         item->usType = type;
         item->usLen = length;
@@ -111,7 +103,7 @@ QAV_ENTRY_FUNCTION QAV_GetLocalFileSize(lua_State *state) {
 QAV_ENTRY_FUNCTION QAV_GetLocalFilemTime(lua_State *state) {
     const char *path = SYSDT_SPTI_ToString(state, 1);
     struct stat record {};
-    char text[kTimeTextSize] = {0};
+    char text[256] = {0};
     char formatted[32] = {0};
     time_t modified = 0;
     if (path == nullptr || lstat(path, &record) != 0) return PushStatusAndText(state, kStatusFailed, "", 1);
@@ -152,54 +144,44 @@ QAV_ENTRY_FUNCTION QAV_ChownFtpFile(lua_State *state) {
 }
 
 QAV_ENTRY_FUNCTION QAV_LinkFile(lua_State *state) {
-    const char *target = luaL_checkstring(state, 1);
-    const char *linkPath = luaL_checkstring(state, 2);
-    if (target == nullptr || linkPath == nullptr) return qav::ReturnInt(state, kStatusMissingText);
+    const char *target = SYSDT_SPTI_ToString(state, 1);
+    const char *linkPath = SYSDT_SPTI_ToString(state, 2);
+    if (target == nullptr || linkPath == nullptr) return qav::ReturnInt(state, kMissingText);
     // An existing link path is left as it is, wherever it points.
     if (symlink(target, linkPath) == 0 || errno == EEXIST) return qav::ReturnInt(state, 0);
     return qav::ReturnInt(state, -1);
 }
 
 QAV_ENTRY_FUNCTION QAV_GetLinkFileInfo(lua_State *state) {
-    const char *linkPath = luaL_checkstring(state, 1);
-    if (linkPath == nullptr) return qav::ReturnInt(state, kStatusMissingText);
+    const char *linkPath = SYSDT_SPTI_ToString(state, 1);
+    if (linkPath == nullptr) return qav::ReturnInt(state, kMissingText);
     struct stat record {};
     if (lstat(linkPath, &record) != 0) return qav::ReturnInt(state, -1);
     if (!S_ISLNK(record.st_mode)) return qav::ReturnInt(state, kNotALink);
-    char target[kLinkTargetSize] = {0};
+    char target[384] = {0};
     if (readlink(linkPath, target, sizeof target - 1) < 0) return qav::ReturnInt(state, -1);
     return PushStatusAndText(state, 0, target, sizeof target);
 }
 
 QAV_ENTRY_FUNCTION QAV_ZakPathToLinuxPath(lua_State *state) {
-    if (!qav::ArgCountIs(state, 1) || SYSDT_SPTI_IsString(state, 1) == 0)
-        return qav::ReturnUInt(state, kBadPathCall);
-    const char *path = SYSDT_SPTI_ToString(state, 1);
-    if (path == nullptr) return qav::ReturnUInt(state, kBadPathCall);
+    const char *path = qav::ArgsMatch(state, "s") ? SYSDT_SPTI_ToString(state, 1) : nullptr;
+    if (path == nullptr) return qav::ReturnUInt(state, qav::kBadArgument);
     if (path[0] == '\0' || ZAK_InputPathCheck(path) != 0) {
-        SYSDT_SPTI_PushUInt(state, 0);
-        SYSDT_SPTI_PushString(state, path, kPathSize - 1);
-        return 2;
+        return qav::ReturnUIntText(state, 0, path, kPathSize - 1);
     }
     char linuxPath[kPathSize] = {0};
     uint32_t code = ZAK_ZakPathToLinuxPath(path, linuxPath, sizeof linuxPath);
     if (code != 0) return qav::ReturnUInt(state, code);
     linuxPath[kPathSize - 1] = '\0';
-    SYSDT_SPTI_PushUInt(state, 0);
-    SYSDT_SPTI_PushString(state, linuxPath, sizeof linuxPath);
-    return 2;
+    return qav::ReturnUIntText(state, 0, linuxPath, sizeof linuxPath);
 }
 
 QAV_ENTRY_FUNCTION QAV_LinuxPathToZakPath(lua_State *state) {
-    if (!qav::ArgCountIs(state, 1) || SYSDT_SPTI_IsString(state, 1) == 0)
-        return qav::ReturnUInt(state, kBadPathCall);
     char path[kPathSize] = {0};
-    if (!qav::CopyStringArg(state, 1, path, sizeof path, "QAV_LinuxPathToZakPath", __LINE__))
-        return qav::ReturnUInt(state, kBadPathCall);
+    if (!qav::ArgsMatch(state, "s") || !qav::CopyTextArg(state, 1, path, "QAV_LinuxPathToZakPath", __LINE__))
+        return qav::ReturnUInt(state, qav::kBadArgument);
     if (path[0] != '/') {
-        SYSDT_SPTI_PushUInt(state, 0);
-        SYSDT_SPTI_PushString(state, path, sizeof path);
-        return 2;
+        return qav::ReturnUIntText(state, 0, path, sizeof path);
     }
     (void)RPM_CutPathStr(path, sizeof path);
     char zakPath[kPathSize] = {0};
@@ -218,8 +200,8 @@ QAV_ENTRY_FUNCTION QAV_IsUpgradeStatus(lua_State *state) {
     char root[kPathSize] = {0};
     uint32_t code = RPM_GetCommonRootPath(sizeof root, root);
     if (code != 0) return qav::ReturnUInt(state, code);
-    char flagPath[kFlagPathSize] = {0};
-    if (snprintf_s(flagPath, sizeof flagPath, sizeof flagPath - 1, "%s/../%s", root, kUpgradeFlagFile) < 0)
+    char flagPath[384] = {0};
+    if (snprintf_s(flagPath, sizeof flagPath, sizeof flagPath - 1, "%s/../%s", root, "upgrade_flag.cfg") < 0)
         return qav::ReturnUInt(state, qav::kInvalidCall);
     SYSDT_SPTI_PushUInt(state, 0);
     SYSDT_SPTI_PushBool(state, RPM_IsExistFile(flagPath) != 0 ? 1 : 0);
@@ -241,16 +223,14 @@ QAV_ENTRY_FUNCTION ZAK_StartupStampGetExt(lua_State *state) {
 }
 
 QAV_ENTRY_FUNCTION QAV_RecordUpgradeTimeStamp(lua_State *state) {
-    if (!qav::ArgCountIs(state, 4) || SYSDT_SPTI_IsString(state, 4) == 0)
-        return qav::ReturnUInt(state, kBadStampCall);
+    if (!qav::ArgsMatch(state, "uuus")) return qav::ReturnUInt(state, qav::kBadRequest);
     ZAK_STARTUP_STAMP stamp{};
     for (int32_t i = 0; i < 3; ++i) {
-        if (SYSDT_SPTI_IsUinteger(state, i + 1) == 0) return qav::ReturnUInt(state, kBadStampCall);
         stamp.auiValue[i] = SYSDT_SPTI_ToUInt(state, i + 1);
-        if (stamp.auiValue[i] > kMaxStampKind) return qav::ReturnUInt(state, kBadStampCall);
+        if (stamp.auiValue[i] > 2) return qav::ReturnUInt(state, qav::kBadRequest); // kinds 0 to 2
     }
     const char *text = SYSDT_SPTI_ToString(state, 4);
-    if (text == nullptr) return qav::ReturnUInt(state, kBadStampCall);
+    if (text == nullptr) return qav::ReturnUInt(state, qav::kBadRequest);
     // The script's text is its own format: a '%' is interpreted, but never reads an argument.
     (void)qav::FormatWithoutArguments(text, stamp.szText, sizeof stamp.szText);
     (void)ZAK_StartupStampGetTime(stamp.auiTime);
@@ -259,7 +239,7 @@ QAV_ENTRY_FUNCTION QAV_RecordUpgradeTimeStamp(lua_State *state) {
 }
 
 QAV_ENTRY_FUNCTION ZAK_StartupStampAddExt(lua_State *state) {
-    int32_t count = SYSDT_SPTI_GetTop(state);
+    int32_t count = qav::ArgCount(state);
     if (count < kStampMinArgs || count > kStampMaxArgs) return qav::ReturnUInt(state, qav::kInvalidCall);
     uint32_t flag1 = SYSDT_SPTI_ToUInt(state, 1);
     uint32_t flag2 = SYSDT_SPTI_ToUInt(state, 2);
@@ -270,10 +250,10 @@ QAV_ENTRY_FUNCTION ZAK_StartupStampAddExt(lua_State *state) {
     for (int32_t index = kStampMinArgs + 1; index <= count; ++index) {
         ZAK_STAMP_ITEM *item = nullptr;
         // The value's own type decides, so a numeric text stays a text.
-        int type = lua_type(state, index);
-        if (type == LUA_TNUMBER) {
+        const bool isText = qav::ValueIs(state, index, 'S');
+        if (qav::ValueIs(state, index, 'N')) {
             item = NumberItem(SYSDT_SPTI_ToUInt(state, index));
-        } else if (type == LUA_TSTRING) {
+        } else if (isText) {
             uint32_t length = 0;
             const char *text = SYSDT_SPTI_ToLString(state, index, &length);
             item = text != nullptr ? TextItem(text, std::strlen(text)) : nullptr;
@@ -283,7 +263,7 @@ QAV_ENTRY_FUNCTION ZAK_StartupStampAddExt(lua_State *state) {
             return qav::ReturnUInt(state, qav::kInvalidCall);
         }
         stamp.apItems[stamp.uiItemCount++] = item;
-        if (type == LUA_TSTRING) stamp.uiItemDataLen += item->usLen;
+        if (isText) stamp.uiItemDataLen += item->usLen;
     }
     (void)ZAK_StartupStampGetTime(stamp.auiTime);
     // The store takes the items over, whatever it returns.

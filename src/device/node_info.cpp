@@ -20,8 +20,6 @@
 
 namespace {
 
-constexpr uint32_t kDiagModule = 0x811101F;
-constexpr uint32_t kVnfDiagModule = 0x8111005;
 constexpr uint32_t kDiagLevel = 5;
 
 constexpr const char *kVnfdIni = "../../../zakv8/data/vnfd_path_info.ini";
@@ -97,7 +95,7 @@ uint32_t QAV_CheckDiskCfgExistence(void) {
 } // extern "C"
 
 QAV_ENTRY_FUNCTION QAV_GetIniValue(lua_State *state) {
-    int32_t count = SYSDT_SPTI_GetTop(state);
+    int32_t count = qav::ArgCount(state);
     if (count != 3) {
         RPM_LogToFile(qav::kUpgradeLogId, qav::kLogFailure, "Format path ParaNum %d wrong.", count);
         return qav::ReturnUInt(state, qav::kFailed);
@@ -110,7 +108,7 @@ QAV_ENTRY_FUNCTION QAV_GetIniValue(lua_State *state) {
     char *buffers[] = {section, key, file};
     const size_t sizes[] = {sizeof section, sizeof key, sizeof file};
     for (int32_t i = 0; i < 3; ++i) {
-        if (!qav::CopyStringArg(state, i + 1, buffers[i], sizes[i], "QAV_GetIniValue", __LINE__)) {
+        if (!qav::CopyTextArg(state, i + 1, buffers[i], sizes[i], "QAV_GetIniValue", __LINE__)) {
             RPM_LogToFile(qav::kUpgradeLogId, qav::kLogFailure, "%s", kMissing[i]);
             return qav::ReturnUInt(state, qav::kFailed);
         }
@@ -121,9 +119,7 @@ QAV_ENTRY_FUNCTION QAV_GetIniValue(lua_State *state) {
         RPM_LogToFile(qav::kUpgradeLogId, qav::kLogFailure, "get value failed, %u.", ret);
         return qav::ReturnUInt(state, qav::kFailed);
     }
-    SYSDT_SPTI_PushUInt(state, qav::kOk);
-    SYSDT_SPTI_PushString(state, value, sizeof value);
-    return 2;
+    return qav::ReturnUIntText(state, qav::kOk, value, sizeof value);
 }
 
 // The descriptor path the installer leaves behind is read once: the file is removed after
@@ -136,13 +132,11 @@ QAV_ENTRY_FUNCTION QAV_GetVnfdPath(lua_State *state) {
         (void)RPMFS_DelFile(kVnfdIni);
         if (ret != 0) path[0] = '\0';
     }
-    SYSDT_SPTI_PushUInt(state, ret);
-    SYSDT_SPTI_PushString(state, path, sizeof path);
-    return 2;
+    return qav::ReturnUIntText(state, ret, path, sizeof path);
 }
 
 QAV_ENTRY_FUNCTION QAV_GetMMBDLDHandle(lua_State *state) {
-    if (!qav::ArgCountIs(state, 1)) {
+    if (!qav::ArgsMatch(state, ".")) {
         SYSDT_SPTI_PushUInt(state, qav::kFailed);
         PushEmpty(state, 1);
         return 2;
@@ -157,9 +151,7 @@ QAV_ENTRY_FUNCTION QAV_GetMMBDLDHandle(lua_State *state) {
             PushEmpty(state, 1);
             return 2;
         }
-        SYSDT_SPTI_PushUInt(state, qav::kOk);
-        SYSDT_SPTI_PushString(state, path, sizeof path);
-        return 2;
+        return qav::ReturnUIntText(state, qav::kOk, path, sizeof path);
     }
     if (!Exists(kMmbIni)) {
         SYSDT_SPTI_PushUInt(state, qav::kFailed);
@@ -173,9 +165,7 @@ QAV_ENTRY_FUNCTION QAV_GetMMBDLDHandle(lua_State *state) {
     (void)RPMFS_DelFile(kMmbIni);
     (void)RPMFS_DelFile(companion);
     if (ret != 0) path[0] = '\0';
-    SYSDT_SPTI_PushUInt(state, ret);
-    SYSDT_SPTI_PushString(state, path, 128);
-    return 2;
+    return qav::ReturnUIntText(state, ret, path, 128);
 }
 
 // The VNF and VNFC queries: the hook's code decides between 0 and the texts it filled, or the
@@ -183,7 +173,7 @@ QAV_ENTRY_FUNCTION QAV_GetMMBDLDHandle(lua_State *state) {
 template <size_t Count>
 int PushHookTexts(lua_State *state, uint32_t ret, const char *hook, const char (&texts)[Count][32]) {
     if (ret != 0) {
-        QAV_STDiagLogToFile(kVnfDiagModule, kDiagLevel, "%s fail! RetCode:%u.", hook, ret);
+        QAV_STDiagLogToFile(qav::kVnfDiagModule, kDiagLevel, "%s fail! RetCode:%u.", hook, ret);
         SYSDT_SPTI_PushUInt(state, qav::kFailed);
         PushEmpty(state, Count);
     } else {
@@ -235,8 +225,9 @@ QAV_ENTRY_FUNCTION QAV_GetCurNodeInfo(lua_State *state) {
     char nermVersion[32] = {0};
     bool ok =
         CurrentPackageVercfg(xmlPath, sizeof xmlPath) &&
-        ReadXmlNode(xmlPath, "Product/InterfaceId", interfaceId, sizeof interfaceId, kDiagModule, false) &&
-        ReadXmlNode(xmlPath, "Product/NermVersion", nermVersion, sizeof nermVersion, kDiagModule, false);
+        ReadXmlNode(xmlPath, "Product/InterfaceId", interfaceId, sizeof interfaceId, qav::kDiagModule,
+                    false) &&
+        ReadXmlNode(xmlPath, "Product/NermVersion", nermVersion, sizeof nermVersion, qav::kDiagModule, false);
     if (!ok) {
         SYSDT_SPTI_PushUInt(state, qav::kFailed);
         PushEmpty(state, 2);
@@ -250,7 +241,7 @@ QAV_ENTRY_FUNCTION QAV_GetCurNodeInfo(lua_State *state) {
 
 // 1 means success here: the flag tells whether the platform converted the address.
 QAV_ENTRY_FUNCTION QAV_Belto_IpAddrToStr(lua_State *state) {
-    if (!qav::ArgCountIs(state, 1)) {
+    if (!qav::ArgsMatch(state, ".")) {
         SYSDT_SPTI_PushUInt(state, 0);
         PushEmpty(state, 1);
         return 2;
@@ -258,14 +249,12 @@ QAV_ENTRY_FUNCTION QAV_Belto_IpAddrToStr(lua_State *state) {
     char text[16] = {0};
     uint32_t ret = NUK_IpAddrToStr(SYSDT_SPTI_ToUInt(state, 1), text);
     text[sizeof text - 1] = '\0';
-    SYSDT_SPTI_PushUInt(state, ret == 0 ? 1 : 0);
-    SYSDT_SPTI_PushString(state, text, sizeof text);
-    return 2;
+    return qav::ReturnUIntText(state, ret == 0 ? 1 : 0, text, sizeof text);
 }
 
 QAV_ENTRY_FUNCTION QAV_Belto_BinToAsc(lua_State *state) {
     uint32_t length = 0;
-    const char *bytes = qav::ArgCountIs(state, 3) ? SYSDT_SPTI_ToLString(state, 1, &length) : nullptr;
+    const char *bytes = qav::ArgsMatch(state, "...") ? SYSDT_SPTI_ToLString(state, 1, &length) : nullptr;
     if (bytes == nullptr) {
         SYSDT_SPTI_PushUInt(state, 0);
         PushEmpty(state, 1);
@@ -278,9 +267,7 @@ QAV_ENTRY_FUNCTION QAV_Belto_BinToAsc(lua_State *state) {
     uint32_t ret =
         NUK_BinToAsc(reinterpret_cast<const uint8_t *>(bytes), count, text, SYSDT_SPTI_ToUInt(state, 3));
     text[44] = '\0';
-    SYSDT_SPTI_PushUInt(state, ret);
-    SYSDT_SPTI_PushString(state, text, sizeof text);
-    return 2;
+    return qav::ReturnUIntText(state, ret, text, sizeof text);
 }
 
 QAV_ENTRY_FUNCTION QAV_GetBackupInfoState(lua_State *state) {
@@ -313,32 +300,26 @@ QAV_ENTRY_FUNCTION QAV_GetCurPkgVersion(lua_State *state) {
     char version[64] = {0};
     uint32_t ret = RPM_GetCurPkgVersion(sizeof version, version);
     if (ret != 0) return qav::ReturnUInt(state, ret);
-    SYSDT_SPTI_PushUInt(state, qav::kOk);
-    SYSDT_SPTI_PushString(state, version, sizeof version);
-    return 2;
+    return qav::ReturnUIntText(state, qav::kOk, version, sizeof version);
 }
 
 QAV_ENTRY_FUNCTION QAV_GetNPSDiskSizeInfo(lua_State *state) {
-    constexpr uint32_t kNoDiskCfg = 1;
-    constexpr uint32_t kReadFailed = 2;
-    constexpr uint32_t kBadArgs = 3;
+    using namespace qav::device;
     char value[256] = {0};
     uint32_t code = qav::kOk;
     char section[64] = {0};
     char key[128] = {0};
     char path[512] = {0};
     if (QAV_CheckDiskCfgExistence() != 0) {
-        code = kNoDiskCfg;
-    } else if (!qav::ArgCountIs(state, 2) ||
-               !qav::CopyStringArg(state, 1, section, sizeof section, "QAV_GetNPSDiskSizeInfo", __LINE__) ||
-               !qav::CopyStringArg(state, 2, key, sizeof key, "QAV_GetNPSDiskSizeInfo", __LINE__)) {
-        code = kBadArgs;
+        code = kNoDiskConfig;
+    } else if (!qav::ArgsMatch(state, "..") ||
+               !qav::CopyTextArg(state, 1, section, "QAV_GetNPSDiskSizeInfo", __LINE__) ||
+               !qav::CopyTextArg(state, 2, key, "QAV_GetNPSDiskSizeInfo", __LINE__)) {
+        code = kDiskBadArguments;
     } else if (ZAK_OsDevicePath(kDiskCfgIni, path, sizeof path) == nullptr ||
                RPM_GetProfileString(path, section, key, value, sizeof value) != 0) {
         value[0] = '\0';
-        code = kReadFailed;
+        code = kDiskReadFailed;
     }
-    SYSDT_SPTI_PushUInt(state, code);
-    SYSDT_SPTI_PushString(state, value, sizeof value);
-    return 2;
+    return qav::ReturnUIntText(state, code, value, sizeof value);
 }

@@ -10,7 +10,6 @@
 
 namespace {
 
-constexpr uint32_t kBadParams = 5005;
 constexpr uint32_t kNumberCount = 2;
 
 // One notice kind: two unsigned arguments, then an optional text; the record is "%u%u%s" of
@@ -28,7 +27,7 @@ constexpr NoticeKind kLogCollect{"QAV_ReportLogCollectFinish", 0x8091021, 255, f
 constexpr NoticeKind kVmCollect{"QAV_ReportVMCollectFinish", 0x8091022, 1023, false, 0};
 constexpr NoticeKind kDelayVote{"SZAK_SetDelayVote", 0x8091023, 0, true, 0};
 
-int32_t ArgCount(const NoticeKind &kind) {
+int32_t ExpectedArgCount(const NoticeKind &kind) {
     return static_cast<int32_t>(kNumberCount + (kind.textMax != 0 ? 1 : 0));
 }
 
@@ -58,21 +57,20 @@ uint32_t ReadNoticeInput(lua_State *state, const NoticeKind &kind, QavNoticeInpu
     if (kind.percentIndex != 0 && input->numbers[kind.percentIndex - 1] > 100) return 1;
     if (kind.textMax == 0) return 0;
     int32_t textIndex = static_cast<int32_t>(kNumberCount + 1);
-    if (SYSDT_SPTI_IsString(state, textIndex) == 0) return 1;
-    return qav::CopyStringArg(state, textIndex, input->text, kind.textMax + 1, kind.function, __LINE__) ? 0
-                                                                                                        : 1;
+    if (!qav::ValueIs(state, textIndex, 's')) return 1;
+    return qav::CopyTextArg(state, textIndex, input->text, kind.textMax + 1, kind.function, __LINE__) ? 0 : 1;
 }
 
 int SendNotice(lua_State *state, const NoticeKind &kind, uint32_t (*reader)(lua_State *, QavNoticeInput *)) {
-    int32_t count = SYSDT_SPTI_GetTop(state);
-    if (count != ArgCount(kind)) {
+    int32_t count = qav::ArgCount(state);
+    if (count != ExpectedArgCount(kind)) {
         QAV_Log(0, kind.infoCode, "%s proc fail. para num = %d\n", kind.function, count);
-        return qav::ReturnUInt(state, kBadParams);
+        return qav::ReturnUInt(state, qav::kGenericFailure);
     }
     QavNoticeInput input;
     if (reader(state, &input) != 0) {
         QAV_Log(0, kind.infoCode, "%s proc fail. get para failed.\n", kind.function);
-        return qav::ReturnUInt(state, kBadParams);
+        return qav::ReturnUInt(state, qav::kGenericFailure);
     }
     uint32_t cid = 0;
     uint32_t ret = QAV_GetEcmCid(&cid);

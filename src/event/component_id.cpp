@@ -1,5 +1,6 @@
 #include "event/component_id.h"
 
+#include "binding/memory.h"
 #include "binding/script_frame.h"
 #include "cmf_db.h"
 #include "qav_event.h"
@@ -24,10 +25,8 @@ uint32_t QAV_GetCompCidByCompType(uint32_t type, uint32_t *componentId) {
         ha_log(5, "In %s ZAK_GetEnvValue for DB_ID failed.\r\n", "QAV_GetCompCidByCompType");
         return qav::kInvalidCall;
     }
-    auto *cond = static_cast<CMF_DB_COND *>(
-        ZAK_Malloc_F(g_pLocaHandleQav, 0, sizeof(CMF_DB_COND), qav::kSourceTag, __LINE__));
-    auto *result =
-        static_cast<uint32_t *>(ZAK_Malloc_F(g_pLocaHandleQav, 0, kResultSize, qav::kSourceTag, __LINE__));
+    auto *cond = static_cast<CMF_DB_COND *>(qav::PlatformAlloc(sizeof(CMF_DB_COND)));
+    auto *result = static_cast<uint32_t *>(qav::PlatformAlloc(kResultSize));
     uint32_t rc = qav::kInvalidCall;
     if (cond != nullptr && result != nullptr) {
         *cond = CMF_DB_COND{};
@@ -38,8 +37,8 @@ uint32_t QAV_GetCompCidByCompType(uint32_t type, uint32_t *componentId) {
         rc = CMF_DBSelectFirstRec(CMF_TAB_COMPONENT, cond, result, kResultSize);
         if (rc == 0) *componentId = result[0];
     }
-    if (cond != nullptr) (void)ZAK_Free_F(cond, qav::kSourceTag, __LINE__);
-    if (result != nullptr) (void)ZAK_Free_F(result, qav::kSourceTag, __LINE__);
+    qav::PlatformFree(cond);
+    qav::PlatformFree(result);
     return rc;
 }
 

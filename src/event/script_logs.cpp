@@ -6,77 +6,57 @@
 #include "rpm_trace.h"
 #include "securec.h"
 
-namespace {
-
-constexpr uint32_t kPatchBadCount = 5005;
-constexpr uint32_t kPatchNotText = 5000;
-constexpr uint32_t kParseFailed = 22;
-constexpr uint32_t kStatusTraceModule = 0x811101F;
-constexpr uint32_t kSdmLogFile = 13;
-constexpr size_t kPatchLineLimit = 299;
-constexpr uint32_t kPathSize = 300;
-constexpr uint32_t kShowSize = 64;
-
-} // namespace
-
 QAV_ENTRY_FUNCTION QAV_WriteLog(lua_State *state) {
-    int32_t count = SYSDT_SPTI_GetTop(state);
-    if (count != 2) return qav::ReturnUInt(state, 1);
-    const char *text = SYSDT_SPTI_IsString(state, 2) != 0 ? SYSDT_SPTI_ToString(state, 2) : nullptr;
+    int32_t count = qav::ArgCount(state);
+    if (count != 2) return qav::ReturnUInt(state, qav::kFailed);
+    const char *text = qav::TextArg(state, 2);
     // A text that is not a string answers with the argument count, 2.
     if (text == nullptr) return qav::ReturnUInt(state, static_cast<uint32_t>(count));
-    QAV_STDiagLogToFile(kStatusTraceModule, 4, "[lua-log]%s\n", text);
-    return qav::ReturnUInt(state, 0);
+    QAV_STDiagLogToFile(qav::kDiagModule, 4, "[lua-log]%s\n", text);
+    return qav::ReturnUInt(state, qav::kOk);
 }
 
 QAV_ENTRY_FUNCTION QAV_SDMWriteLog(lua_State *state) {
-    if (!qav::ArgCountIs(state, 1)) return qav::ReturnUInt(state, 1);
-    const char *text = SYSDT_SPTI_IsString(state, 1) != 0 ? SYSDT_SPTI_ToString(state, 1) : nullptr;
+    if (!qav::ArgsMatch(state, ".")) return qav::ReturnUInt(state, qav::kFailed);
+    const char *text = qav::TextArg(state, 1);
     if (text == nullptr) return qav::ReturnUInt(state, 2);
-    QAV_STLogToFile(kSdmLogFile, "[sdm-log]%s\n", text);
-    return qav::ReturnUInt(state, 0);
+    QAV_STLogToFile(13, "[sdm-log]%s\n", text); // the software-management log
+    return qav::ReturnUInt(state, qav::kOk);
 }
 
 QAV_ENTRY_FUNCTION QAV_PAT_WriteLog(lua_State *state) {
-    if (!qav::ArgCountIs(state, 2)) return qav::ReturnUInt(state, kPatchBadCount);
+    if (!qav::ArgsMatch(state, "..")) return qav::ReturnUInt(state, qav::kGenericFailure);
     uint32_t length = 0;
-    const char *text = SYSDT_SPTI_IsString(state, 2) != 0 ? SYSDT_SPTI_ToLString(state, 2, &length) : nullptr;
-    if (text == nullptr) return qav::ReturnUInt(state, kPatchNotText);
+    const char *text = qav::ValueIs(state, 2, 's') ? SYSDT_SPTI_ToLString(state, 2, &length) : nullptr;
+    if (text == nullptr) return qav::ReturnUInt(state, qav::event::kNotText);
     // A long text is cut in place: the zero byte lands in the script's own string, which the
     // patch scripts then see shortened as well.
+    constexpr size_t kPatchLineLimit = 299;
     if (length > kPatchLineLimit) const_cast<char *>(text)[kPatchLineLimit] = '\0';
     PAT_LogToFile(1, static_cast<uint32_t>(SYSDT_SPTI_ToInt(state, 1)), 1, "%s", text);
-    return qav::ReturnUInt(state, 0);
+    return qav::ReturnUInt(state, qav::kOk);
 }
 
 QAV_ENTRY_FUNCTION QAV_PAT_WriteTraceLog(lua_State *state) {
-    if (!qav::ArgCountIs(state, 1)) return qav::ReturnUInt(state, kPatchBadCount);
-    const char *text = SYSDT_SPTI_IsString(state, 1) != 0 ? SYSDT_SPTI_ToString(state, 1) : nullptr;
-    if (text == nullptr) return qav::ReturnUInt(state, kPatchNotText);
+    if (!qav::ArgsMatch(state, ".")) return qav::ReturnUInt(state, qav::kGenericFailure);
+    const char *text = qav::TextArg(state, 1);
+    if (text == nullptr) return qav::ReturnUInt(state, qav::event::kNotText);
     if (RPM_IsTracePatchOn(text) == 1) (void)RPM_SavePerformTraceFileToFile(2, "%s", text);
-    return qav::ReturnUInt(state, 0);
+    return qav::ReturnUInt(state, qav::kOk);
 }
 
 QAV_ENTRY_FUNCTION QAV_RPM_ParseLog(lua_State *state) {
-    const char *text = nullptr;
-    if (qav::ArgCountIs(state, 1) && SYSDT_SPTI_IsString(state, 1) != 0) text = SYSDT_SPTI_ToString(state, 1);
-    if (text == nullptr) return qav::ReturnUInt(state, kParseFailed);
-    char path[kPathSize] = {};
+    const char *text = qav::ArgsMatch(state, "s") ? SYSDT_SPTI_ToString(state, 1) : nullptr;
+    if (text == nullptr) return qav::ReturnUInt(state, qav::kBadArgument);
+    char path[300] = {};
     (void)RPM_LogParseLinuxPath(text, path, sizeof path);
-    SYSDT_SPTI_PushUInt(state, 0);
-    SYSDT_SPTI_PushString(state, path, sizeof path);
-    return 2;
+    return qav::ReturnUIntText(state, qav::kOk, path, sizeof path);
 }
 
 QAV_ENTRY_FUNCTION QAV_CreateShowStrByInfoCode(lua_State *state) {
-    char shown[kShowSize] = {};
-    const char *text = nullptr;
-    if (qav::ArgCountIs(state, 2) && SYSDT_SPTI_IsString(state, 2) != 0) text = SYSDT_SPTI_ToString(state, 2);
-    if (text == nullptr) {
-        SYSDT_SPTI_PushUInt(state, 1);
-        SYSDT_SPTI_PushString(state, shown, sizeof shown);
-        return 2;
-    }
+    char shown[64] = {};
+    const char *text = qav::ArgsMatch(state, ".s") ? SYSDT_SPTI_ToString(state, 2) : nullptr;
+    if (text == nullptr) return qav::ReturnUIntText(state, qav::kFailed, shown, sizeof shown);
     uint32_t infoCode = SYSDT_SPTI_ToUInt(state, 1);
     uint32_t status = ZAK_GetStampShowStrByInfoCode(infoCode, text, sizeof shown, shown);
     // 515 (no text of its own) still gives a usable text.
@@ -84,15 +64,13 @@ QAV_ENTRY_FUNCTION QAV_CreateShowStrByInfoCode(lua_State *state) {
         (void)snprintf_s(shown, sizeof shown, sizeof shown - 1, "ERR! infoCode = %#x retCode = %u", infoCode,
                          status);
     shown[sizeof shown - 1] = '\0';
-    SYSDT_SPTI_PushUInt(state, status);
-    SYSDT_SPTI_PushString(state, shown, sizeof shown);
-    return 2;
+    return qav::ReturnUIntText(state, status, shown, sizeof shown);
 }
 
 QAV_ENTRY_FUNCTION QAV_FreeMemoryOfDictionary(lua_State *state) {
-    if (!qav::ArgCountIs(state, 1)) return qav::ReturnUInt(state, 1);
+    if (!qav::ArgsMatch(state, ".")) return qav::ReturnUInt(state, qav::kFailed);
     (void)ZAK_FreeMemoryOfDictionary(SYSDT_SPTI_ToInt(state, 1));
-    return qav::ReturnUInt(state, 0);
+    return qav::ReturnUInt(state, qav::kOk);
 }
 
 QAV_ENTRY_FUNCTION QAV_SU_RecordExceptionLog(lua_State *state) {
@@ -100,7 +78,8 @@ QAV_ENTRY_FUNCTION QAV_SU_RecordExceptionLog(lua_State *state) {
     uint32_t faultType = SYSDT_SPTI_ToUInt(state, 1);
     uint32_t instanceId = SYSDT_SPTI_ToUInt(state, 2);
     uint32_t osNode = SYSDT_SPTI_ToUInt(state, 3);
-    QAV_Log(0, 0x9550004, "QAV_SU_RecordExceptionLog uiHafaultype=%d, uiInstancdId=%d, uiOsnode=%d.\n",
+    QAV_Log(0, qav::kBaseLogCode,
+            "QAV_SU_RecordExceptionLog uiHafaultype=%d, uiInstancdId=%d, uiOsnode=%d.\n",
             static_cast<int32_t>(faultType), static_cast<int32_t>(instanceId), static_cast<int32_t>(osNode));
     (void)ISSU_RecHaFault(faultType, instanceId, osNode);
     return 0;

@@ -2,6 +2,7 @@
 // the trap's info code, finds the component id and hands one record to the event log.
 #include <cstring>
 
+#include "binding/memory.h"
 #include "binding/script_frame.h"
 #include "event/component_id.h"
 #include "loc.h"
@@ -17,9 +18,9 @@ __attribute__((visibility("default"))) int32_t g_iSlaSwiSuccessTrapSecond = 0;
 
 namespace {
 
-constexpr uint32_t kTrapFailed = 5005;
-constexpr uint32_t kStatusTraceModule = 0x811101F;
 constexpr size_t kDebugPiece = 5000;
+// The most arguments a trap of the common shape takes.
+constexpr size_t kMaxTrapArgs = 5;
 
 enum : uint32_t {
     kSlaveSwitchSuccess = 0x8090006,
@@ -42,12 +43,14 @@ enum : uint32_t {
     kPatchErrorDialog = 0xD161015,
 };
 
-// Checks the count; logs "<name> proc fail. para num = %d\n" when it is wrong.
-bool CountIs(lua_State *state, int32_t expected, uint32_t code, const char *countMessage) {
-    int32_t count = SYSDT_SPTI_GetTop(state);
-    if (count == expected) return true;
-    QAV_Log(0, code, countMessage, count);
-    return false;
+int Refuse(lua_State *state) {
+    return qav::ReturnUInt(state, qav::kGenericFailure);
+}
+
+// A wrong count: "<name> proc fail. para num = %d\n" with the count, under the trap's code.
+int RefuseCount(lua_State *state, uint32_t code, const char *countText) {
+    QAV_Log(0, code, countText, qav::ArgCount(state));
+    return Refuse(state);
 }
 
 // The component id, or the status to push after logging it.
@@ -70,7 +73,7 @@ uint32_t BaseComponentCid(uint32_t code, uint32_t *cid) {
     }
     if (list != nullptr) {
         if (count > 0) *cid = list[0];
-        (void)ZAK_Free_F(list, qav::kSourceTag, __LINE__);
+        qav::PlatformFree(list);
     }
     return 0;
 }
@@ -79,178 +82,227 @@ void LogEventFailure(uint32_t cid, uint32_t code, uint32_t status) {
     if (status != 0) QAV_Log(cid, code, "QAV_EventLog proc fail. uiRet = %d \n", status);
 }
 
-struct FlashSyncTrap {
+// With the patch log level above 1 a patch record also goes to the dialog hook, or without one to
+// the patch log.
+template <typename... Values>
+void ShowPatchRecord(uint32_t cid, uint32_t dialogCode, const char *format, Values... values) {
+    if (g_uiPatchLogLevel <= 1) return;
+    if (g_pfPatchDialogFunc != nullptr)
+        (void)PAT_CallDialogFunc(cid, dialogCode, format, values...);
+    else
+        PAT_LogToFile(0, qav::kLogNotice, 1, format, values...);
+}
+
+// A trap of the common shape: a fixed argument count (else `countText`), the arguments read in
+// order, a missing text refused with `paramText`, a detail line, the component id, one event
+// record of the values and its failure line, then anything the trap sends besides.
+struct TrapRow {
     uint32_t code;
-    const char *countMessage;
-    const char *paramMessage;
+    // One letter per argument: 'd' signed, 'u' unsigned, 's' a text that must be present (the
+    // record's "%d", "%u", "%s"), 'v' the virtual-system id the record is sent under.
+    const char *letters;
+    const char *countText;
+    const char *paramText = "";
+    const char *eventFormat;
+    bool baseComponent = false; // the component id of this board's location instead of the ECM's
+    void (*detail)(uint32_t code, const QAV_EVENT_VALUE *values) = nullptr;
+    void (*after)(uint32_t cid, const QAV_EVENT_VALUE *values) = nullptr;
 };
 
-int FlashSync(lua_State *state, const FlashSyncTrap &trap) {
-    if (!CountIs(state, 4, trap.code, trap.countMessage)) return qav::ReturnUInt(state, kTrapFailed);
-    int32_t value = SYSDT_SPTI_ToInt(state, 1);
-    const char *source = SYSDT_SPTI_ToString(state, 2);
-    const char *destination = SYSDT_SPTI_ToString(state, 3);
-    uint32_t vsId = SYSDT_SPTI_ToUInt(state, 4);
-    if (source == nullptr || destination == nullptr) {
-        QAV_Log(0, trap.code, "%s", trap.paramMessage);
-        return qav::ReturnUInt(state, kTrapFailed);
+int RaiseTrap(lua_State *state, const TrapRow &trap) {
+    auto count = static_cast<int32_t>(std::char_traits<char>::length(trap.letters));
+    if (qav::ArgCount(state) != count) return RefuseCount(state, trap.code, trap.countText);
+    QAV_EVENT_VALUE values[kMaxTrapArgs + 1] = {};
+    uint32_t valueCount = 0;
+    uint32_t vsId = 0;
+    bool textsPresent = true;
+    for (int32_t i = 0; i < count; ++i) {
+        const int32_t index = i + 1;
+        switch (trap.letters[i]) {
+        case 'd':
+            values[valueCount++] = qav_event_values::Of(SYSDT_SPTI_ToInt(state, index));
+            break;
+        case 'u':
+            values[valueCount++] = qav_event_values::Of(SYSDT_SPTI_ToUInt(state, index));
+            break;
+        case 's':
+            values[valueCount] = qav_event_values::Of(SYSDT_SPTI_ToString(state, index));
+            textsPresent = textsPresent && values[valueCount++].v.s != nullptr;
+            break;
+        default: // 'v'
+            vsId = SYSDT_SPTI_ToUInt(state, index);
+            break;
+        }
     }
-    QAV_Log(0, trap.code, "pcSrcFile = %s  pcDstFile = %s.\n", source, destination);
+    if (!textsPresent) {
+        QAV_Log(0, trap.code, "%s", trap.paramText);
+        return Refuse(state);
+    }
+    if (trap.detail != nullptr) trap.detail(trap.code, values);
     uint32_t cid = 0;
     uint32_t status = 0;
-    if (!EcmCid(trap.code, &cid, &status)) return qav::ReturnUInt(state, status);
-    status = QAV_EventLogVs(cid, vsId, trap.code, "%d%s%s", value, source, destination);
+    if (trap.baseComponent) {
+        status = BaseComponentCid(trap.code, &cid);
+        if (status != 0) return qav::ReturnUInt(state, status);
+    } else if (!EcmCid(trap.code, &cid, &status)) {
+        return qav::ReturnUInt(state, status);
+    }
+    const bool underVs = std::strchr(trap.letters, 'v') != nullptr;
+    status = QAV_EventLogValues(underVs ? QAV_EVENT_CALL_VS : QAV_EVENT_CALL_LOG, cid, vsId, trap.code,
+                                trap.eventFormat, values, valueCount);
     LogEventFailure(cid, trap.code, status);
+    if (trap.after != nullptr) trap.after(cid, values);
     return qav::ReturnUInt(state, status);
 }
+
+// The two flash synchronisation traps differ only in their code and texts.
+constexpr TrapRow FlashSyncTrap(uint32_t code, const char *countText, const char *paramText) {
+    return {.code = code,
+            .letters = "dssv",
+            .countText = countText,
+            .paramText = paramText,
+            .eventFormat = "%d%s%s",
+            .detail = [](uint32_t trapCode, const QAV_EVENT_VALUE *v) {
+                QAV_Log(0, trapCode, "pcSrcFile = %s  pcDstFile = %s.\n", v[1].v.s, v[2].v.s);
+            }};
+}
+
+// The texts name the function that writes them; the sum-upgrade trap's carry another trap's name
+// and are its fixed texts.
+constexpr TrapRow kFlashSyncSuccessTrap =
+    FlashSyncTrap(kFlashSyncSuccess, "QAV_TRAP_FlhSyncSuccess proc fail. para num = %d\n",
+                  "QAV_TRAP_FlhSyncSuccess proc fail. get para failed.\n");
+constexpr TrapRow kFlashSyncFailTrap =
+    FlashSyncTrap(kFlashSyncFail, "QAV_TRAP_FlhSyncFail proc fail. para num = %d\n",
+                  "QAV_TRAP_FlhSyncFail proc fail. get para failed.\n");
+constexpr TrapRow kPatchErrorTrap{
+    .code = kPatchError,
+    .letters = "uuuds",
+    .countText = "QAV_TRAP_PatchError proc fail. para num = %d\n",
+    .paramText = "QAV_TRAP_PatchError proc fail. get para failed.\n",
+    .eventFormat = "%u%u%u%d%s",
+    .detail =
+        [](uint32_t code, const QAV_EVENT_VALUE *v) {
+            QAV_Log(0, code,
+                    "uiErrIndex = %u uiSltIndex = %u  uiPkgIndex = %u  iErrCode = %d  pcPkgName = %s.\n",
+                    v[0].v.u, v[1].v.u, v[2].v.u, v[3].v.i, v[4].v.s);
+        },
+    .after =
+        [](uint32_t cid, const QAV_EVENT_VALUE *v) {
+            ShowPatchRecord(cid, kPatchErrorDialog, "%u%u%u%d%s", v[0].v.u, v[1].v.u, v[2].v.u, v[3].v.i,
+                            v[4].v.s);
+        }};
+constexpr TrapRow kSumUpgradeSuccessTrap{
+    .code = kSumUpgradeFirst,
+    .letters = "ds",
+    .countText = "QAV_TRAP_SlaveSwitchFail proc fail. para num = %d\n",
+    .paramText = "QAV_TRAP_SlaveSwitchFail proc fail. get para failed\n",
+    .eventFormat = "%d%s",
+    .detail = [](uint32_t code,
+                 const QAV_EVENT_VALUE *v) { QAV_Log(0, code, "pcChassisNum = %s\n", v[1].v.s); },
+    .after =
+        [](uint32_t cid, const QAV_EVENT_VALUE *v) {
+            // The second record goes out whatever became of the first.
+            uint32_t second = QAV_EventLogValues(QAV_EVENT_CALL_LOG, cid, 0, kSumUpgradeSecond, "%d%s", v, 2);
+            if (second != 0)
+                QAV_Log(cid, kSumUpgradeFirst, "QAV_EventLog proc fail. uiRetLog = %d \n", second);
+        }};
+// No type check: what is not a number reads as 0.
+constexpr TrapRow kSysIssuTrap{.code = kSysIssu,
+                               .letters = "dd",
+                               .countText = "QAV_TRAP_SysIssu proc fail. para num = %d\n",
+                               .eventFormat = "%d%d",
+                               .detail = [](uint32_t code, const QAV_EVENT_VALUE *v) {
+                                   QAV_Log(0, code, "iIssuState = %d, iIssuCheck = %d\n", v[0].v.i, v[1].v.i);
+                               }};
+constexpr TrapRow kSysImageErrorTrap{.code = kSysImageError,
+                                     .letters = "dsss",
+                                     .countText = "QAV_TRAP_SysImageError proc fail. para num = %d\n",
+                                     .paramText = "QAV_TRAP_SysImageError proc fail. get para failed\n",
+                                     .eventFormat = "%d%s%s%s"};
+constexpr TrapRow kSlaveSwitchFailTrap{.code = kSlaveSwitchFail,
+                                       .letters = "ds",
+                                       .countText = "QAV_TRAP_SlaveSwitchFail proc fail. para num = %d\n",
+                                       .paramText = "QAV_TRAP_SlaveSwitchFail proc fail. get para failed.\n",
+                                       .eventFormat = "%d%s",
+                                       .baseComponent = true,
+                                       .detail = [](uint32_t code, const QAV_EVENT_VALUE *v) {
+                                           QAV_Log(0, code, "pcChassisNum = %s.\n", v[1].v.s);
+                                       }};
+
+// RaiseTrap reads a row's values into an array of kMaxTrapArgs.
+constexpr bool ValuesFit(const TrapRow &row) {
+    size_t values = 0;
+    for (const char *letter = row.letters; *letter != '\0'; ++letter)
+        values += *letter != 'v' ? 1 : 0;
+    return values <= kMaxTrapArgs;
+}
+static_assert(ValuesFit(kFlashSyncSuccessTrap) && ValuesFit(kFlashSyncFailTrap) &&
+              ValuesFit(kPatchErrorTrap) && ValuesFit(kSumUpgradeSuccessTrap) && ValuesFit(kSysIssuTrap) &&
+              ValuesFit(kSysImageErrorTrap) && ValuesFit(kSlaveSwitchFailTrap));
 
 } // namespace
 
-QAV_ENTRY_FUNCTION QAV_TRAP_FlhSyncSuccess(lua_State *state) {
-    return FlashSync(state, {kFlashSyncSuccess, "QAV_TRAP_FlhSyncSuccess proc fail. para num = %d\n",
-                             "QAV_TRAP_FlhSyncSuccess proc fail. get para failed.\n"});
-}
-
-QAV_ENTRY_FUNCTION QAV_TRAP_FlhSyncFail(lua_State *state) {
-    return FlashSync(state, {kFlashSyncFail, "QAV_TRAP_FlhSyncFail proc fail. para num = %d\n",
-                             "QAV_TRAP_FlhSyncFail proc fail. get para failed.\n"});
-}
-
-QAV_ENTRY_FUNCTION QAV_TRAP_PatchError(lua_State *state) {
-    if (!CountIs(state, 5, kPatchError, "QAV_TRAP_PatchError proc fail. para num = %d\n"))
-        return qav::ReturnUInt(state, kTrapFailed);
-    uint32_t errIndex = SYSDT_SPTI_ToUInt(state, 1);
-    uint32_t slotIndex = SYSDT_SPTI_ToUInt(state, 2);
-    uint32_t pkgIndex = SYSDT_SPTI_ToUInt(state, 3);
-    int32_t errCode = SYSDT_SPTI_ToInt(state, 4);
-    const char *pkgName = SYSDT_SPTI_ToString(state, 5);
-    if (pkgName == nullptr) {
-        QAV_Log(0, kPatchError, "QAV_TRAP_PatchError proc fail. get para failed.\n");
-        return qav::ReturnUInt(state, kTrapFailed);
+#define QAV_TRAP_ENTRY(function, row)                                                                        \
+    QAV_ENTRY_FUNCTION function(lua_State *state) {                                                          \
+        return RaiseTrap(state, row);                                                                        \
     }
-    QAV_Log(0, kPatchError,
-            "uiErrIndex = %u uiSltIndex = %u  uiPkgIndex = %u  iErrCode = %d  pcPkgName = %s.\n", errIndex,
-            slotIndex, pkgIndex, errCode, pkgName);
-    uint32_t cid = 0;
-    uint32_t status = 0;
-    if (!EcmCid(kPatchError, &cid, &status)) return qav::ReturnUInt(state, status);
-    status = QAV_EventLog(cid, kPatchError, "%u%u%u%d%s", errIndex, slotIndex, pkgIndex, errCode, pkgName);
-    LogEventFailure(cid, kPatchError, status);
-    if (g_uiPatchLogLevel > 1) {
-        if (g_pfPatchDialogFunc != nullptr)
-            (void)PAT_CallDialogFunc(cid, kPatchErrorDialog, "%u%u%u%d%s", errIndex, slotIndex, pkgIndex,
-                                     errCode, pkgName);
-        else
-            PAT_LogToFile(0, 2, 1, "%u%u%u%d%s", errIndex, slotIndex, pkgIndex, errCode, pkgName);
-    }
-    return qav::ReturnUInt(state, status);
-}
+QAV_TRAP_ENTRY(QAV_TRAP_FlhSyncSuccess, kFlashSyncSuccessTrap)
+QAV_TRAP_ENTRY(QAV_TRAP_FlhSyncFail, kFlashSyncFailTrap)
+QAV_TRAP_ENTRY(QAV_TRAP_PatchError, kPatchErrorTrap)
+QAV_TRAP_ENTRY(QAV_TRAP_SumUpgradeSuccess, kSumUpgradeSuccessTrap)
+QAV_TRAP_ENTRY(QAV_TRAP_SysIssu, kSysIssuTrap)
+QAV_TRAP_ENTRY(QAV_TRAP_SysImageError, kSysImageErrorTrap)
+QAV_TRAP_ENTRY(QAV_TRAP_SlaveSwitchFail, kSlaveSwitchFailTrap)
+#undef QAV_TRAP_ENTRY
 
 QAV_ENTRY_FUNCTION QAV_PAT_EventLog(lua_State *state) {
-    int32_t count = SYSDT_SPTI_GetTop(state);
+    int32_t count = qav::ArgCount(state);
     if (count != 3) {
-        PAT_LogToFile(0, 3, 1, "QAV_PAT_EventLog proc fail. paramete number = %d\n", count);
-        return qav::ReturnUInt(state, kTrapFailed);
+        PAT_LogToFile(0, qav::kLogFailure, 1, "QAV_PAT_EventLog proc fail. paramete number = %d\n", count);
+        return Refuse(state);
     }
     const char *version = SYSDT_SPTI_ToString(state, 1);
     if (version == nullptr) {
-        PAT_LogToFile(0, 3, 1, "QAV_PAT_EventLog proc fail. pcVersion is NULL");
-        return qav::ReturnUInt(state, kTrapFailed);
+        PAT_LogToFile(0, qav::kLogFailure, 1, "QAV_PAT_EventLog proc fail. pcVersion is NULL");
+        return Refuse(state);
     }
     char display[128] = {};
     errno_t copied = strcpy_s(display, sizeof display, version);
     if (copied != EOK) {
-        PAT_LogToFile(0, 3, 1, "QAV_PAT_EventLog strcpy failed, iRet=%d.", copied);
-        return qav::ReturnUInt(state, kTrapFailed);
+        PAT_LogToFile(0, qav::kLogFailure, 1, "QAV_PAT_EventLog strcpy failed, iRet=%d.", copied);
+        return Refuse(state);
     }
     (void)PAT_WrapPkgModifyPatVer(version, display, sizeof display);
     int32_t type = SYSDT_SPTI_ToInt(state, 2);
     int32_t patchState = SYSDT_SPTI_ToInt(state, 3);
-    PAT_LogToFile(0, 5, 1, "pcVersion = %s  iPatchType = %d  iPatchState = %d\n", display, type, patchState);
+    PAT_LogToFile(0, qav::kLogDetail, 1, "pcVersion = %s  iPatchType = %d  iPatchState = %d\n", display, type,
+                  patchState);
     uint32_t cid = 0;
     uint32_t status = QAV_GetEcmCid(&cid);
     if (status != 0) {
-        PAT_LogToFile(0, 3, 1, "QAV_GetEcmCid proc fail. Return code = %d \n", status);
+        PAT_LogToFile(0, qav::kLogFailure, 1, "QAV_GetEcmCid proc fail. Return code = %d \n", status);
         return qav::ReturnUInt(state, status);
     }
     // Every patch state record leads with the constants 128 and 1.
     status = QAV_EventLog(cid, kPatchState, "%d%u%s%d%d", 128, 1u, static_cast<const char *>(display), type,
                           patchState);
-    if (status != 0) PAT_LogToFile(0, 3, 1, "QAV_EventLog proc fail. Return code = %d \n", status);
-    if (g_uiPatchLogLevel > 1) {
-        if (g_pfPatchDialogFunc != nullptr)
-            (void)PAT_CallDialogFunc(cid, kPatchStateDialog, "%u%s%d%d", 1u, version, type, patchState);
-        else
-            PAT_LogToFile(0, 2, 1, "%u%s%d%d", 1u, version, type, patchState);
-    }
-    return qav::ReturnUInt(state, status);
-}
-
-QAV_ENTRY_FUNCTION QAV_TRAP_SumUpgradeSuccess(lua_State *state) {
-    // The count and parameter messages carry another trap's name; they are this trap's fixed texts.
-    if (!CountIs(state, 2, kSumUpgradeFirst, "QAV_TRAP_SlaveSwitchFail proc fail. para num = %d\n"))
-        return qav::ReturnUInt(state, kTrapFailed);
-    int32_t value = SYSDT_SPTI_ToInt(state, 1);
-    const char *chassisNum = SYSDT_SPTI_ToString(state, 2);
-    if (chassisNum == nullptr) {
-        QAV_Log(0, kSumUpgradeFirst, "QAV_TRAP_SlaveSwitchFail proc fail. get para failed\n");
-        return qav::ReturnUInt(state, kTrapFailed);
-    }
-    QAV_Log(0, kSumUpgradeFirst, "pcChassisNum = %s\n", chassisNum);
-    uint32_t cid = 0;
-    uint32_t status = 0;
-    if (!EcmCid(kSumUpgradeFirst, &cid, &status)) return qav::ReturnUInt(state, status);
-    status = QAV_EventLog(cid, kSumUpgradeFirst, "%d%s", value, chassisNum);
-    LogEventFailure(cid, kSumUpgradeFirst, status);
-    uint32_t second = QAV_EventLog(cid, kSumUpgradeSecond, "%d%s", value, chassisNum);
-    if (second != 0) QAV_Log(cid, kSumUpgradeFirst, "QAV_EventLog proc fail. uiRetLog = %d \n", second);
-    return qav::ReturnUInt(state, status);
-}
-
-QAV_ENTRY_FUNCTION QAV_TRAP_SysIssu(lua_State *state) {
-    if (!CountIs(state, 2, kSysIssu, "QAV_TRAP_SysIssu proc fail. para num = %d\n"))
-        return qav::ReturnUInt(state, kTrapFailed);
-    // No type check: what is not a number reads as 0.
-    int32_t issuState = SYSDT_SPTI_ToInt(state, 1);
-    int32_t issuCheck = SYSDT_SPTI_ToInt(state, 2);
-    QAV_Log(0, kSysIssu, "iIssuState = %d, iIssuCheck = %d\n", issuState, issuCheck);
-    uint32_t cid = 0;
-    uint32_t status = 0;
-    if (!EcmCid(kSysIssu, &cid, &status)) return qav::ReturnUInt(state, status);
-    status = QAV_EventLog(cid, kSysIssu, "%d%d", issuState, issuCheck);
-    LogEventFailure(cid, kSysIssu, status);
-    return qav::ReturnUInt(state, status);
-}
-
-QAV_ENTRY_FUNCTION QAV_TRAP_SysImageError(lua_State *state) {
-    if (!CountIs(state, 4, kSysImageError, "QAV_TRAP_SysImageError proc fail. para num = %d\n"))
-        return qav::ReturnUInt(state, kTrapFailed);
-    int32_t value = SYSDT_SPTI_ToInt(state, 1);
-    const char *first = SYSDT_SPTI_ToString(state, 2);
-    const char *second = SYSDT_SPTI_ToString(state, 3);
-    const char *third = SYSDT_SPTI_ToString(state, 4);
-    if (first == nullptr || second == nullptr || third == nullptr) {
-        QAV_Log(0, kSysImageError, "QAV_TRAP_SysImageError proc fail. get para failed\n");
-        return qav::ReturnUInt(state, kTrapFailed);
-    }
-    uint32_t cid = 0;
-    uint32_t status = 0;
-    if (!EcmCid(kSysImageError, &cid, &status)) return qav::ReturnUInt(state, status);
-    status = QAV_EventLog(cid, kSysImageError, "%d%s%s%s", value, first, second, third);
-    LogEventFailure(cid, kSysImageError, status);
+    if (status != 0)
+        PAT_LogToFile(0, qav::kLogFailure, 1, "QAV_EventLog proc fail. Return code = %d \n", status);
+    ShowPatchRecord(cid, kPatchStateDialog, "%u%s%d%d", 1u, version, type, patchState);
     return qav::ReturnUInt(state, status);
 }
 
 QAV_ENTRY_FUNCTION QAV_TRAP_ClockChange(lua_State *state) {
-    if (!CountIs(state, 1, kClockChange, "QAV_TRAP_ClockChange proc fail. para num = %d\n"))
-        return qav::ReturnUInt(state, kTrapFailed);
+    if (qav::ArgCount(state) != 1)
+        return RefuseCount(state, kClockChange, "QAV_TRAP_ClockChange proc fail. para num = %d\n");
     uint32_t length = 0;
     const auto *packed = reinterpret_cast<const uint8_t *>(
-        SYSDT_SPTI_IsString(state, 1) != 0 ? SYSDT_SPTI_ToLString(state, 1, &length) : nullptr);
+        qav::ValueIs(state, 1, 's') ? SYSDT_SPTI_ToLString(state, 1, &length) : nullptr);
     // The packed time is 7 bytes; a shorter string is refused rather than read beyond its end.
     if (packed == nullptr || length < 7) {
         QAV_Log(0, kClockChange, "QAV_TRAP_ClockChange proc fail. get para failed.\n");
-        return qav::ReturnUInt(state, kTrapFailed);
+        return Refuse(state);
     }
     SYS_TIME time{};
     uint32_t extra = 0;
@@ -274,11 +326,11 @@ QAV_ENTRY_FUNCTION QAV_TRAP_ClockChange(lua_State *state) {
 }
 
 QAV_ENTRY_FUNCTION QAV_TRAP_UTCClockChange(lua_State *state) {
-    if (!qav::ArgCountIs(state, 2)) {
+    if (qav::ArgCount(state) != 2) {
         QAV_Log(0, kUtcClockChangeText, "SYSDT_SPTI_GetTop get para num error\n");
         return qav::ReturnUInt(state, qav::kInvalidCall);
     }
-    if (SYSDT_SPTI_IsTable(state, 1) == 0 || SYSDT_SPTI_IsTable(state, 2) == 0) {
+    if (!qav::ArgsMatch(state, "tt")) {
         QAV_Log(0, kUtcClockChangeText, "SYSDT_SPTI_GetTop get para type error\n");
         return qav::ReturnUInt(state, qav::kInvalidCall);
     }
@@ -304,8 +356,8 @@ QAV_ENTRY_FUNCTION QAV_TRAP_UTCClockChange(lua_State *state) {
 }
 
 QAV_ENTRY_FUNCTION QAV_TRAP_SysReload(lua_State *state) {
-    if (!CountIs(state, 9, kSysReload, "QAV_TRAP_SysReload proc fail. para num = %d\n"))
-        return qav::ReturnUInt(state, kTrapFailed);
+    if (qav::ArgCount(state) != 9)
+        return RefuseCount(state, kSysReload, "QAV_TRAP_SysReload proc fail. para num = %d\n");
     int32_t index = SYSDT_SPTI_ToInt(state, 1);
     int32_t image = SYSDT_SPTI_ToInt(state, 2);
     int32_t config = SYSDT_SPTI_ToInt(state, 3);
@@ -340,8 +392,9 @@ QAV_ENTRY_FUNCTION QAV_TRAP_SysReload(lua_State *state) {
 }
 
 QAV_ENTRY_FUNCTION QAV_TRAP_SlaveSwitchSuccess(lua_State *state) {
-    if (!CountIs(state, 4, kSlaveSwitchSuccess, "QAV_TRAP_SlaveSwitchSuccess proc fail. para num = %d\n"))
-        return qav::ReturnUInt(state, kTrapFailed);
+    if (qav::ArgCount(state) != 4)
+        return RefuseCount(state, kSlaveSwitchSuccess,
+                           "QAV_TRAP_SlaveSwitchSuccess proc fail. para num = %d\n");
     int32_t chassisId = SYSDT_SPTI_ToInt(state, 1);
     const char *chassisNum = SYSDT_SPTI_ToString(state, 2);
     const char *source = SYSDT_SPTI_ToString(state, 3);
@@ -356,19 +409,19 @@ QAV_ENTRY_FUNCTION QAV_TRAP_SlaveSwitchSuccess(lua_State *state) {
         localTimeRead = true;
         if (g_iSlaSwiSuccessTrapSecond != 0 &&
             static_cast<int64_t>(g_iSlaSwiSuccessTrapSecond) + 1 >= static_cast<int64_t>(seconds)) {
-            QAV_STLOG(kStatusTraceModule, "Slave Switch Trap is filter, for chassisId(%d) sec(%d) uSec(%d).",
+            QAV_STLOG(qav::kDiagModule, "Slave Switch Trap is filter, for chassisId(%d) sec(%d) uSec(%d).",
                       chassisId, static_cast<int32_t>(seconds), static_cast<int32_t>(microseconds));
-            return qav::ReturnUInt(state, kTrapFailed);
+            return Refuse(state);
         }
     }
     if (chassisNum == nullptr || source == nullptr || destination == nullptr) {
         QAV_Log(0, kSlaveSwitchSuccess, "QAV_TRAP_SlaveSwitchSuccess proc fail. get para failed.\n");
-        return qav::ReturnUInt(state, kTrapFailed);
+        return Refuse(state);
     }
-    QAV_STLOG(kStatusTraceModule, "iSwitchIndex = %d.", chassisId);
-    QAV_STLOG(kStatusTraceModule, "pcChassisNum = %s.", chassisNum);
-    QAV_STLOG(kStatusTraceModule, "pcShowNameSrc = %s.", source);
-    QAV_STLOG(kStatusTraceModule, "pcShowNameDst = %s.", destination);
+    QAV_STLOG(qav::kDiagModule, "iSwitchIndex = %d.", chassisId);
+    QAV_STLOG(qav::kDiagModule, "pcChassisNum = %s.", chassisNum);
+    QAV_STLOG(qav::kDiagModule, "pcShowNameSrc = %s.", source);
+    QAV_STLOG(qav::kDiagModule, "pcShowNameDst = %s.", destination);
     QAV_Log(0, kSlaveSwitchSuccess, "pcChassisNum = %s.\n", chassisNum);
     uint32_t cid = 0;
     uint32_t status = BaseComponentCid(kSlaveSwitchSuccess, &cid);
@@ -376,34 +429,14 @@ QAV_ENTRY_FUNCTION QAV_TRAP_SlaveSwitchSuccess(lua_State *state) {
     status = QAV_EventLog(cid, kSlaveSwitchSuccess, "%d%s%s%s", chassisId, chassisNum, source, destination);
     LogEventFailure(cid, kSlaveSwitchSuccess, status);
     if (localTimeRead) g_iSlaSwiSuccessTrapSecond = static_cast<int32_t>(seconds);
-    QAV_STLOG(kStatusTraceModule, "Chassis %s has been slave switchover from %s to %s.", chassisNum, source,
+    QAV_STLOG(qav::kDiagModule, "Chassis %s has been slave switchover from %s to %s.", chassisNum, source,
               destination);
     return qav::ReturnUInt(state, status);
 }
 
-QAV_ENTRY_FUNCTION QAV_TRAP_SlaveSwitchFail(lua_State *state) {
-    if (!CountIs(state, 2, kSlaveSwitchFail, "QAV_TRAP_SlaveSwitchFail proc fail. para num = %d\n"))
-        return qav::ReturnUInt(state, kTrapFailed);
-    int32_t index = SYSDT_SPTI_ToInt(state, 1);
-    const char *chassisNum = SYSDT_SPTI_ToString(state, 2);
-    if (chassisNum == nullptr) {
-        QAV_Log(0, kSlaveSwitchFail, "QAV_TRAP_SlaveSwitchFail proc fail. get para failed.\n");
-        return qav::ReturnUInt(state, kTrapFailed);
-    }
-    QAV_Log(0, kSlaveSwitchFail, "pcChassisNum = %s.\n", chassisNum);
-    uint32_t cid = 0;
-    uint32_t status = BaseComponentCid(kSlaveSwitchFail, &cid);
-    if (status != 0) return qav::ReturnUInt(state, status);
-    status = QAV_EventLog(cid, kSlaveSwitchFail, "%d%s", index, chassisNum);
-    LogEventFailure(cid, kSlaveSwitchFail, status);
-    return qav::ReturnUInt(state, status);
-}
-
 QAV_ENTRY_FUNCTION QAV_DBG_EventLog(lua_State *state) {
-    if (!qav::ArgCountIs(state, 1) || SYSDT_SPTI_IsString(state, 1) == 0)
-        return qav::ReturnUInt(state, kTrapFailed);
-    const char *text = SYSDT_SPTI_ToString(state, 1);
-    if (text == nullptr) return qav::ReturnUInt(state, kTrapFailed);
+    const char *text = qav::ArgsMatch(state, "s") ? SYSDT_SPTI_ToString(state, 1) : nullptr;
+    if (text == nullptr) return Refuse(state);
     uint32_t cid = 0;
     uint32_t status = QAV_GetEcmCid(&cid);
     if (status != 0) return qav::ReturnUInt(state, status);

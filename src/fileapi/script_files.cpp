@@ -11,16 +11,10 @@
 
 namespace {
 
-constexpr int32_t kBadArguments = static_cast<int32_t>(0xFFEFFE9C);
-constexpr uint32_t kCheckFailed = 0xFFFFFFFF;
-// The owner tag of script file access: 0xFF then the letters "lua".
-constexpr uint32_t kScriptOwnerTag = 0xFF6C7561;
-constexpr uint32_t kCreatePermission = 0640;
+using qav::fileapi::kBadArguments;
 constexpr uint32_t kBlockSize = 1020;
 constexpr uint32_t kNumberSize = 512;
 constexpr uint32_t kLineSize = 1020;
-constexpr uint32_t kFileApiModule = 0x811101F;
-constexpr uint32_t kOpenPathAssertLine = 120;
 
 struct NamedCode {
     const char *text;
@@ -54,7 +48,7 @@ template <size_t N> bool Lookup(const NamedCode (&table)[N], const char *text, u
 }
 
 void LogFileError(int32_t code, const char *message) {
-    QAV_DiagLog(0, kFileApiModule, "%u%s", LOC_GetLocationID(static_cast<uint32_t>(code)), message);
+    QAV_DiagLog(0, qav::kDiagModule, "%u%s", LOC_GetLocationID(static_cast<uint32_t>(code)), message);
 }
 
 // The handle and descriptor every call after open starts with.
@@ -66,15 +60,9 @@ OpenFile FileArgs(lua_State *state) {
     return {SYSDT_SPTI_ToUInt(state, 1), SYSDT_SPTI_ToInt(state, 2)};
 }
 
-// Checks the count and that each argument is a number ('n') or a string ('s').
+// The checkers' result: 0 when the arguments match the type string, 0xFFFFFFFF otherwise.
 uint32_t CheckArgs(lua_State *state, const char *types) {
-    auto count = static_cast<int32_t>(std::strlen(types));
-    if (!qav::ArgCountIs(state, count)) return kCheckFailed;
-    for (int32_t i = 0; i < count; ++i) {
-        int32_t ok = types[i] == 'n' ? SYSDT_SPTI_IsNumber(state, i + 1) : SYSDT_SPTI_IsString(state, i + 1);
-        if (ok == 0) return kCheckFailed;
-    }
-    return 0;
+    return qav::ArgsMatch(state, types) ? qav::kOk : qav::kInvalidCall;
 }
 
 int PushResults(lua_State *state, int32_t code, int nils) {
@@ -82,6 +70,13 @@ int PushResults(lua_State *state, int32_t code, int nils) {
     for (int i = 0; i < nils; ++i)
         SYSDT_SPTI_PushNil(state);
     return 1 + nils;
+}
+
+// The number read's two results: how many digits, and the digits.
+int PushDigits(lua_State *state, const char *digits, int32_t count) {
+    SYSDT_SPTI_PushInt(state, count);
+    SYSDT_SPTI_PushString(state, digits, static_cast<uint32_t>(count));
+    return 2;
 }
 
 bool IsDigit(uint8_t byte) {
@@ -93,7 +88,8 @@ bool IsDigit(uint8_t byte) {
 extern "C" {
 
 uint32_t qav_spt_GetZakHandle(uint32_t number, uint32_t *handle) {
-    return QAV_GetZakHandle(number, handle, kScriptOwnerTag);
+    // The owner tag of script file access: 0xFF then the letters "lua".
+    return QAV_GetZakHandle(number, handle, 0xFF6C7561);
 }
 
 uint32_t QAV_SPT_Fopen_Chk(lua_State *state) {
@@ -130,8 +126,8 @@ QAV_ENTRY_FUNCTION QAV_SPT_Fopen(lua_State *state) {
     uint32_t length = 0;
     const char *path = SYSDT_SPTI_ToLString(state, 2, &length);
     if (path == nullptr) {
-        ZAK_Assert("fapi_lua", kOpenPathAssertLine, 0);
-        return static_cast<int>(kCheckFailed); // unreachable after the check; the count is kept
+        ZAK_Assert("fapi_lua", 120, 0);
+        return static_cast<int>(qav::kInvalidCall); // unreachable after the check; the count is kept
     }
     uint32_t flags = 0;
     if (!Lookup(kOpenModes, SYSDT_SPTI_ToLString(state, 3, &length), &flags)) {
@@ -141,7 +137,7 @@ QAV_ENTRY_FUNCTION QAV_SPT_Fopen(lua_State *state) {
     }
     uint32_t handle = 0; // stays 0 when the platform knows no handle for the number
     (void)qav_spt_GetZakHandle(number, &handle);
-    int32_t fd = P_ZAK_Open(path, flags, handle, kCreatePermission);
+    int32_t fd = P_ZAK_Open(path, flags, handle, 0640);
     if (fd < 0) LogFileError(fd, "QAV open file error.");
     SYSDT_SPTI_PushInt(state, fd);
     SYSDT_SPTI_PushUInt(state, handle);
@@ -187,29 +183,20 @@ QAV_ENTRY_FUNCTION QAV_SPT_FreadNum(lua_State *state) {
         }
         if (count >= static_cast<int32_t>(kNumberSize)) {
             // Full: no seek back, the next call goes on with the following digits.
-            SYSDT_SPTI_PushInt(state, count);
-            SYSDT_SPTI_PushString(state, digits, static_cast<uint32_t>(count));
-            return 2;
+            return PushDigits(state, digits, count);
         }
     }
     if (!nonDigit) {
         LogFileError(result, "QAV read file error."); // also at a plain end of file
         if (result < 0) return PushResults(state, result, 1);
         uint8_t last = count > 0 ? static_cast<uint8_t>(digits[count - 1]) : 0;
-        if (IsDigit(last)) {
-            SYSDT_SPTI_PushInt(state, count);
-            SYSDT_SPTI_PushString(state, digits, static_cast<uint32_t>(count));
-            return 2;
-        }
+        if (IsDigit(last)) return PushDigits(state, digits, count);
     }
     // Step back so that the next read sees the non-digit again. With nothing read at offset 0 the
     // seek fails and its code is the result.
     int32_t seek = P_ZAK_LSeek(file.fd, -1, ZAK_SEEK_CUR, file.handle);
     if (seek < 0) return PushResults(state, seek, 1);
-    --count;
-    SYSDT_SPTI_PushInt(state, count);
-    SYSDT_SPTI_PushString(state, digits, static_cast<uint32_t>(count));
-    return 2;
+    return PushDigits(state, digits, count - 1);
 }
 
 QAV_ENTRY_FUNCTION QAV_SPT_FReadLine(lua_State *state) {

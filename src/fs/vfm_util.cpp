@@ -4,6 +4,7 @@
 #include <cerrno>
 #include <cstring>
 
+#include "binding/memory.h"
 #include "binding/script_frame.h"
 #include "fs/vfm.h"
 #include "securec.h"
@@ -18,10 +19,6 @@ constexpr uint32_t kFreeLine = 154;
 constexpr int32_t kStrdupLine = 128;
 // Messages are formatted into a 128-byte buffer; longer ones are dropped.
 constexpr size_t kMessageSize = 128;
-constexpr uint32_t kEngineDiagModule = 0x811101F;
-// A descriptor the engine still holds a day after opening it is reported as leaked.
-constexpr uint32_t kFdLeakTimeoutMs = 86400000;
-constexpr uint32_t kLinkBufferStep = 80;
 
 int classify(int result, const char *path, const struct stat *record) {
     if (result != 0) {
@@ -41,7 +38,7 @@ void vfm_record_errmsg(const char *format, ...) {
     va_start(values, format);
     int length = vsnprintf_s(message, sizeof message, sizeof message - 1, format, values);
     va_end(values);
-    if (length >= 0) QAV_STLOG(kEngineDiagModule, "vfm record err msg fatal: %s", message);
+    if (length >= 0) QAV_STLOG(qav::kDiagModule, "vfm record err msg fatal: %s", message);
 }
 
 int vfm_file_stat(const char *path, struct stat *record) {
@@ -63,7 +60,7 @@ void *vfm_malloc(uint32_t size) {
         vfm_record_errmsg("alloc failed size zero.");
         return nullptr;
     }
-    void *block = ZAK_Malloc_F(g_pLocaHandleQav, g_aucZakMemPt, size, kEngineTag, kMallocLine);
+    void *block = qav::PlatformAlloc(size, kEngineTag, kMallocLine);
     if (block == nullptr) vfm_record_errmsg("alloc failed");
     return block;
 }
@@ -83,7 +80,7 @@ char *vfm_strdup(const char *text) {
 }
 
 void vfm_free(void *pointer) {
-    ZAK_Free_F(pointer, kEngineTag, kFreeLine);
+    qav::PlatformFree(pointer, kEngineTag, kFreeLine);
 }
 
 int vfm_vajoin(char **out, const char *format, va_list values) {
@@ -155,6 +152,8 @@ char *vfm_get_last_dir(char *path) {
 int32_t vfm_open(const char *path, uint32_t flags, uint32_t permission) {
     int32_t fd = P_ZAK_Open(path, flags, 0, permission);
     if (fd < 0) vfm_record_errmsg("can't open '%s', iRet:%d", path, fd);
+    // A descriptor the engine still holds a day after opening it is reported as leaked.
+    constexpr uint32_t kFdLeakTimeoutMs = 86400000;
     ZAK_FD_LEAK_CHECK_INFO info = {fd, kFdLeakTimeoutMs};
     (void)P_ZAK_FdLeakCheckInfoSet(&info);
     return fd;
@@ -193,6 +192,7 @@ int vfm_unlink(const char *path) {
 }
 
 char *vfm_readlink(const char *path) {
+    constexpr uint32_t kLinkBufferStep = 80;
     uint32_t size = 0;
     for (;;) {
         size += kLinkBufferStep;

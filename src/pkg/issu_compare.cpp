@@ -1,8 +1,8 @@
 // "issu": the compatibility comparison of a running and a candidate package description, and the
 // entity table form shared by every package query.
-#include <cstdlib>
 #include <cstring>
 
+#include "binding/memory.h"
 #include "pkg/entity_tables.h"
 
 namespace qav {
@@ -61,10 +61,6 @@ void PushGroups(lua_State *state, ISSU_PTR_LIST *groups) {
         }
         if (member != 0) SYSDT_SPTI_SetTable(state, table.index);
     }
-}
-
-void FreeName(void *name) {
-    std::free(name);
 }
 
 } // namespace
@@ -129,13 +125,13 @@ int32_t l_whatrequired(lua_State *state, ISSU_PKG *package, const ISSU_ENTITY *e
             SYSDT_SPTI_PushUInt(state, ++number);
             l_push_entity(state, node->pstEntity);
             SYSDT_SPTI_SetTable(state, -3);
-            char *name = strdup(node->pstEntity->pcName);
+            char *name = qav::HeapCopy(node->pstEntity->pcName);
             if (name == nullptr) {
                 RPM_LogToFile(qav::kUpgradeLogId, qav::kLogFailure, "[ISSU] what required strdup error.");
                 continue;
             }
-            result = static_cast<int32_t>(ISSU_PtrListAppend(names, name, &FreeName));
-            if (result != 0) std::free(name);
+            result = static_cast<int32_t>(ISSU_PtrListAppend(names, name, &qav::HeapFree));
+            if (result != 0) qav::HeapFree(name);
         }
     }
     SYSDT_SPTI_SetTable(state, -3);

@@ -20,8 +20,6 @@ using namespace qav::vercfg;
 
 namespace {
 
-constexpr uint32_t kBadArgumentCount = 22;
-constexpr uint32_t kUnknownCommand = 38;
 constexpr uint8_t kRegularFileType = 8;
 constexpr const char *kDesFileEnv = "VNFC_DES_FILE_EVN";
 constexpr const char *kRunningRinfo = "../pkg_pool/program/current/rpg.rinfo";
@@ -113,12 +111,12 @@ QAV_ISSU_OPER_FUNC QAV_GetIssuOperFuncByCmdWord(uint32_t cmdWord, uint32_t *argN
 }
 
 QAV_ENTRY_FUNCTION QAV_ProcIssuOper(lua_State *state) {
-    int32_t argc = SYSDT_SPTI_GetTop(state);
-    if (argc == 0) return qav::ReturnUInt(state, kBadArgumentCount);
+    int32_t argc = qav::ArgCount(state);
+    if (argc == 0) return qav::ReturnUInt(state, qav::kBadArgument);
     uint32_t argNum = 0;
     QAV_ISSU_OPER_FUNC handler = QAV_GetIssuOperFuncByCmdWord(SYSDT_SPTI_ToUInt(state, 1), &argNum);
     if (handler == nullptr) return qav::ReturnUInt(state, kUnknownCommand);
-    if (static_cast<int32_t>(argNum) != argc) return qav::ReturnUInt(state, kBadArgumentCount);
+    if (static_cast<int32_t>(argNum) != argc) return qav::ReturnUInt(state, qav::kBadArgument);
     return handler(state);
 }
 
@@ -238,9 +236,7 @@ int QAV_ProcIssuGetNEType(lua_State *state) {
     if (DescriptionFileOfArgument(state, xml, sizeof(xml)) != 0 ||
         QAV_GetNETypeFromVercfg(xml, neType, sizeof(neType)) != 0)
         return PushFailure(state);
-    SYSDT_SPTI_PushUInt(state, qav::kOk);
-    SYSDT_SPTI_PushString(state, neType, sizeof(neType));
-    return 2;
+    return qav::ReturnUIntText(state, qav::kOk, neType, sizeof(neType));
 }
 
 int QAV_ProcIssuGetProductType(lua_State *state) {
@@ -249,9 +245,7 @@ int QAV_ProcIssuGetProductType(lua_State *state) {
     if (DescriptionFileOfArgument(state, xml, sizeof(xml)) != 0 ||
         QAV_GetProductTypeFromVercfg(xml, productType) != 0)
         return PushFailure(state);
-    SYSDT_SPTI_PushUInt(state, qav::kOk);
-    SYSDT_SPTI_PushString(state, productType, sizeof(productType));
-    return 2;
+    return qav::ReturnUIntText(state, qav::kOk, productType, sizeof(productType));
 }
 
 bool QAV_IsFileMatch(const char *pattern, const char *name) {

@@ -14,7 +14,6 @@ using namespace qav::vercfg;
 
 namespace {
 
-constexpr uint32_t kBadArgument = 22;
 constexpr uint32_t kDirSize = 256;
 constexpr uint32_t kHexLength = 64;
 
@@ -61,7 +60,7 @@ uint32_t QAV_SplitPathFileName(const char *path, char *dir, char *name, uint32_t
 
 uint32_t QAV_UPG_CheckFiles(const char *xmlPath) {
     if (xmlPath == nullptr) {
-        PatLog(3, "pcFilePath is NULL!");
+        PatLog(qav::kLogFailure, "pcFilePath is NULL!");
         return 0;
     }
     char xml[384] = {0};
@@ -73,12 +72,12 @@ uint32_t QAV_UPG_CheckFiles(const char *xmlPath) {
     uint32_t count = 0;
     uint32_t rc = RPM_ParseXmlDstTypeCodeFileNodeNum_HOOK(xml, RPM_ALL_TYPE_CODE, &count);
     if (rc != 0) {
-        PatLog(3, "[UPG]call RPM_ParseXmlDstTypeCodeFileNodeNum_HOOK failed! ret = %d", rc);
+        PatLog(qav::kLogFailure, "[UPG]call RPM_ParseXmlDstTypeCodeFileNodeNum_HOOK failed! ret = %d", rc);
         return 0;
     }
     if (count == 0) {
         // A package without file nodes passes; the message reads otherwise and is kept.
-        PatLog(2, "[UPG]uiNum = %d!, return FALSE", count);
+        PatLog(qav::kLogNotice, "[UPG]uiNum = %d!, return FALSE", count);
         return 1;
     }
     char dir[kDirSize] = {0};
@@ -86,11 +85,11 @@ uint32_t QAV_UPG_CheckFiles(const char *xmlPath) {
     (void)QAV_SplitPathFileName(xml, dir, name, sizeof(name));
     NodeArray nodes(count);
     if (nodes.get() == nullptr) {
-        PatLog(3, "[UPG]RPM_MALLOC failed!");
+        PatLog(qav::kLogFailure, "[UPG]RPM_MALLOC failed!");
         return 0;
     }
     if (RPM_ParseXmlDstTypeCodeFileNodeInfo_HOOK(xml, RPM_ALL_TYPE_CODE, nodes.get(), count) != 0) {
-        PatLog(3, "[UPG]call RPM_ParseXmlDstTypeCodeFileNodeInfo_HOOK failed!");
+        PatLog(qav::kLogFailure, "[UPG]call RPM_ParseXmlDstTypeCodeFileNodeInfo_HOOK failed!");
         return 0;
     }
     // One byte more than the digest so that the text logged below is always terminated.
@@ -107,16 +106,16 @@ uint32_t QAV_UPG_CheckFiles(const char *xmlPath) {
         if (digestsCarried) {
             uint32_t length = kHexLength;
             if (NUK_Crypt_Digest_Ex_HOOK(file, digest, &length) != 0) {
-                PatLog(3, "NUK_Crypt_Digest_Ex failed, acSoftwareName = %s", node.szFileName);
+                PatLog(qav::kLogFailure, "NUK_Crypt_Digest_Ex failed, acSoftwareName = %s", node.szFileName);
                 return 0;
             }
         }
         if (std::strncmp(node.szSha256, digest, kHexLength) != 0) {
             // The two labels read crosswise; the log readers know them so.
-            PatLog(3, "[UPG]local file is not correct!");
-            PatLog(3, "acSoftwareName = %s", node.szFileName);
-            PatLog(3, "local software SHAValue = %s", node.szSha256);
-            PatLog(3, "acDigest = %s, in xml", digest);
+            PatLog(qav::kLogFailure, "[UPG]local file is not correct!");
+            PatLog(qav::kLogFailure, "acSoftwareName = %s", node.szFileName);
+            PatLog(qav::kLogFailure, "local software SHAValue = %s", node.szSha256);
+            PatLog(qav::kLogFailure, "acDigest = %s, in xml", digest);
             return 0;
         }
     }
@@ -126,21 +125,23 @@ uint32_t QAV_UPG_CheckFiles(const char *xmlPath) {
 uint32_t SU_TypeCodeCheckInXml(const char *xmlPath) {
     char versionType[128] = {0};
     if (RPM_ParseXmlElementNodeValue_HOOK(xmlPath, "VersionType", versionType, sizeof(versionType)) != 0) {
-        PatLog(3, "[UPG]Parse VersionType fail from %s.", xmlPath);
+        PatLog(qav::kLogFailure, "[UPG]Parse VersionType fail from %s.", xmlPath);
         return 0;
     }
     uint32_t typeCode = 0;
     if (!TypeCodeOfVersionType(versionType, &typeCode)) {
-        PatLog(3, "[UPG]Get node <VersionType> value from file(%s) fail! RetCode:%u.", xmlPath, 0u);
+        PatLog(qav::kLogFailure, "[UPG]Get node <VersionType> value from file(%s) fail! RetCode:%u.", xmlPath,
+               0u);
         return 0;
     }
     uint32_t count = 0;
     if (RPM_ParseXmlDstTypeCodeFileNodeNum_HOOK(xmlPath, typeCode, &count) != 0) {
-        PatLog(3, "[UPG]Get files' number failed, vercfg is %s, file type is %d!", xmlPath, typeCode);
+        PatLog(qav::kLogFailure, "[UPG]Get files' number failed, vercfg is %s, file type is %d!", xmlPath,
+               typeCode);
         return 0;
     }
     if (count != 1) {
-        PatLog(3, "[UPG]TypeCode is inconsistent with SoftwareType in %s!", xmlPath);
+        PatLog(qav::kLogFailure, "[UPG]TypeCode is inconsistent with SoftwareType in %s!", xmlPath);
         return 0;
     }
     return 1;
@@ -151,12 +152,12 @@ uint32_t QAV_CheckPatPkgSha(const char *xmlPath, const char *fileName, const cha
     char path[384] = {0};
     char name[128] = {0};
     (void)QAV_SplitPathFileName(xmlPath, path, name, sizeof(name));
-    PatLog(5, "The patch pkg path name is %s.", path);
+    PatLog(qav::kLogDetail, "The patch pkg path name is %s.", path);
     const size_t used = std::strlen(path);
     (void)strncat_s(path, sizeof(path), fileName, sizeof(path) - 1 - used);
-    PatLog(5, "The patch pkg file and path name is %s.", path);
+    PatLog(qav::kLogDetail, "The patch pkg file and path name is %s.", path);
     if (PAT_IsFileExist(path) == 0) {
-        PatLog(3, "%s not exist!\n", path);
+        PatLog(qav::kLogFailure, "%s not exist!\n", path);
         return 1;
     }
     char digest[128] = {0};
@@ -164,13 +165,13 @@ uint32_t QAV_CheckPatPkgSha(const char *xmlPath, const char *fileName, const cha
     if (LOC_IsMorlo() != 0) {
         uint32_t rc = NUK_Crypt_Digest_Ex_HOOK(path, digest, &length);
         if (rc != 0) {
-            PatLog(3, "get patch pkg sha value failed, uiRet = %u !", rc);
+            PatLog(qav::kLogFailure, "get patch pkg sha value failed, uiRet = %u !", rc);
             return 1;
         }
     }
-    PatLog(5, "get patch pkg sha value = %s, sha lenth = %u!", digest, length);
+    PatLog(qav::kLogDetail, "get patch pkg sha value = %s, sha lenth = %u!", digest, length);
     if (std::strcmp(expected, digest) != 0) {
-        PatLog(3, "get patch pkg sha value failed!");
+        PatLog(qav::kLogFailure, "get patch pkg sha value failed!");
         return 1;
     }
     return 0;
@@ -178,13 +179,10 @@ uint32_t QAV_CheckPatPkgSha(const char *xmlPath, const char *fileName, const cha
 
 QAV_ENTRY_FUNCTION QAV_RpmGetPatPkgInfo(lua_State *state) {
     auto pushCodeText = [state](uint32_t code, const char *text) {
-        SYSDT_SPTI_PushUInt(state, code);
-        SYSDT_SPTI_PushString(state, text, 128);
-        return 2;
+        return qav::ReturnUIntText(state, code, text, 128);
     };
     char xml[128] = {0};
-    if (!qav::ArgCountIs(state, 2) ||
-        !qav::CopyStringArg(state, 1, xml, sizeof(xml), "QAV_RpmGetPatPkgInfo", __LINE__))
+    if (!qav::ArgsMatch(state, "..") || !qav::CopyTextArg(state, 1, xml, "QAV_RpmGetPatPkgInfo", __LINE__))
         return pushCodeText(qav::kFailed, "");
     uint32_t kind = SYSDT_SPTI_ToUInt(state, 2);
     if (kind > 1) return pushCodeText(qav::kFailed, "");
@@ -192,9 +190,9 @@ QAV_ENTRY_FUNCTION QAV_RpmGetPatPkgInfo(lua_State *state) {
     char sha[128] = {0};
     if (QAV_GetPatNameInfo(xml, name, sha, kind == 0 ? kHotPatchCode : kColdPatchCode) != 0)
         return pushCodeText(qav::kFailed, "");
-    PatLog(5, "The patch pkg name is %s, SHA value = %s.", name, sha);
+    PatLog(qav::kLogDetail, "The patch pkg name is %s, SHA value = %s.", name, sha);
     if (QAV_CheckPatPkgSha(xml, name, sha) != 0) {
-        PatLog(3, "QAV_CheckPatPkgSha failed!");
+        PatLog(qav::kLogFailure, "QAV_CheckPatPkgSha failed!");
         return pushCodeText(qav::kFailed, "");
     }
     return pushCodeText(qav::kOk, name);
@@ -202,17 +200,13 @@ QAV_ENTRY_FUNCTION QAV_RpmGetPatPkgInfo(lua_State *state) {
 
 QAV_ENTRY_FUNCTION QAV_GetFileSha256Sum(lua_State *state) {
     uint32_t length = 0;
-    const char *path = qav::ArgCountIs(state, 1) && SYSDT_SPTI_IsString(state, 1) != 0
-                           ? SYSDT_SPTI_ToLString(state, 1, &length)
-                           : nullptr;
-    if (path == nullptr || length == 0 || length > 256) return qav::ReturnUInt(state, kBadArgument);
+    const char *path = qav::ArgsMatch(state, "s") ? SYSDT_SPTI_ToLString(state, 1, &length) : nullptr;
+    if (path == nullptr || length == 0 || length > 256) return qav::ReturnUInt(state, qav::kBadArgument);
     char digest[kHexLength + 1] = {0};
     uint32_t size = sizeof(digest);
     uint32_t rc = NUK_Crypt_Digest_Ex_HOOK(path, digest, &size);
     if (rc != 0) return qav::ReturnUInt(state, rc);
-    SYSDT_SPTI_PushUInt(state, qav::kOk);
-    SYSDT_SPTI_PushString(state, digest, static_cast<uint32_t>(std::strlen(digest)));
-    return 2;
+    return qav::ReturnUIntText(state, qav::kOk, digest, static_cast<uint32_t>(std::strlen(digest)));
 }
 
 QAV_ENTRY_FUNCTION QAV_SHA_Digest(lua_State *state) {

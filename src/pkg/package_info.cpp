@@ -13,10 +13,9 @@ constexpr const char *kCurrentRpgInfo = "../pkg_pool/program/current/rpg.rinfo";
 constexpr uint32_t kPathBuffer = 256;
 constexpr uint32_t kDigestBuffer = 48;
 
-// Codes shared by these queries.
-constexpr int32_t kBadArguments = -1;
-constexpr int32_t kUnreadable = -2;
-constexpr int32_t kNoSuchField = -3;
+using qav::pkg::kInfoBadArguments;
+using qav::pkg::kInfoNoSuchField;
+using qav::pkg::kInfoUnreadable;
 
 void PushText(lua_State *state, const char *text) {
     SYSDT_SPTI_PushString(state, text, static_cast<uint32_t>(std::strlen(text) + 1));
@@ -26,13 +25,12 @@ void PushText(lua_State *state, const char *text) {
 // Sets *code and returns null on failure.
 ISSU_PKGINFO *OpenInfoArgument(lua_State *state, int32_t argCount, const char *function, int32_t *code) {
     char path[kPathBuffer] = {};
-    if (argCount > 1 ||
-        (argCount == 1 && !qav::CopyStringArg(state, 1, path, sizeof path, function, __LINE__))) {
-        *code = kBadArguments;
+    if (argCount > 1 || (argCount == 1 && !qav::CopyTextArg(state, 1, path, function, __LINE__))) {
+        *code = kInfoBadArguments;
         return nullptr;
     }
     ISSU_PKGINFO *info = ISSU_PKGINFO_Open(argCount == 1 ? path : kCurrentRpgInfo);
-    if (info == nullptr) *code = kUnreadable;
+    if (info == nullptr) *code = kInfoUnreadable;
     return info;
 }
 
@@ -45,7 +43,7 @@ int PushInfoField(lua_State *state, char *ISSU_PKGINFO::*member, const char *fun
     const char *text = info->*member;
     int results = 0;
     if (text == nullptr) {
-        code = kNoSuchField;
+        code = kInfoNoSuchField;
     } else {
         PushText(state, text);
         results = 1;
@@ -55,8 +53,8 @@ int PushInfoField(lua_State *state, char *ISSU_PKGINFO::*member, const char *fun
 }
 
 int PushDigest(lua_State *state, const qav::PlaceholderSlot &slot, uint32_t rc, const char *digest) {
-    if (rc == 1) return slot.Finish(kUnreadable);
-    if (rc != 0) return slot.Finish(kNoSuchField);
+    if (rc == 1) return slot.Finish(kInfoUnreadable);
+    if (rc != 0) return slot.Finish(kInfoNoSuchField);
     PushText(state, digest);
     return slot.Finish(0, 1);
 }
@@ -94,8 +92,8 @@ QAV_ENTRY_FUNCTION l_get_origininfo(lua_State *state) {
 QAV_ENTRY_FUNCTION l_get_file_md5(lua_State *state) {
     qav::PlaceholderSlot slot(state);
     char path[kPathBuffer] = {};
-    if (slot.ArgCount() != 1 || !qav::CopyStringArg(state, 1, path, sizeof path, "l_get_file_md5", __LINE__))
-        return slot.Finish(kBadArguments);
+    if (slot.ArgCount() != 1 || !qav::CopyTextArg(state, 1, path, "l_get_file_md5", __LINE__))
+        return slot.Finish(kInfoBadArguments);
     char digest[kDigestBuffer] = {};
     return PushDigest(state, slot, RPM_MD5_HashFileRange(path, 0, 0, digest, sizeof digest), digest);
 }
@@ -105,9 +103,9 @@ QAV_ENTRY_FUNCTION l_get_file_md5(lua_State *state) {
 QAV_ENTRY_FUNCTION l_get_file_md5_ext(lua_State *state) {
     qav::PlaceholderSlot slot(state);
     char path[kPathBuffer] = {};
-    if (slot.ArgCount() != 3 || !SYSDT_SPTI_IsUinteger(state, 2) || !SYSDT_SPTI_IsUinteger(state, 3) ||
-        !qav::CopyStringArg(state, 1, path, sizeof path, "l_get_file_md5_ext", __LINE__))
-        return slot.Finish(kBadArguments);
+    if (slot.ArgCount() != 3 || !qav::ValueIs(state, 2, 'u') || !qav::ValueIs(state, 3, 'u') ||
+        !qav::CopyTextArg(state, 1, path, "l_get_file_md5_ext", __LINE__))
+        return slot.Finish(kInfoBadArguments);
     uint64_t offset = SYSDT_SPTI_ToUInt(state, 2);
     uint64_t length = SYSDT_SPTI_ToUInt(state, 3);
     char digest[kDigestBuffer] = {};

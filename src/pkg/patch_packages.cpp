@@ -7,6 +7,7 @@
 #include <cstdio>
 #include <cstring>
 
+#include "binding/memory.h"
 #include "binding/script_frame.h"
 #include "issu_pkg.h"
 #include "pat_pkg.h"
@@ -20,11 +21,8 @@ constexpr uint32_t kDigestBuffer = 48;
 constexpr uint32_t kCustomVersionBuffer = 64;
 constexpr uint32_t kCrlPathBuffer = 256;
 // Codes of the startup patch validity test.
-constexpr int32_t kStartupNoPath = 2;
-constexpr int32_t kStartupMissing = 4;
-constexpr int32_t kStartupNoMemory = 5001;
-constexpr int32_t kStartupBadHeader = 5005;
-constexpr uint32_t kHeaderLengthMismatch = 5006;
+using qav::pkg::kStartupMissing;
+using qav::pkg::kStartupNoPath;
 
 uint32_t Le32(const uint8_t *bytes) {
     return static_cast<uint32_t>(bytes[0]) | static_cast<uint32_t>(bytes[1]) << 8 |
@@ -34,14 +32,8 @@ uint32_t Le32(const uint8_t *bytes) {
 // A zeroed header buffer from the library's heap; released by the destructor on every path.
 class HeaderBuffer {
   public:
-    HeaderBuffer()
-        : bytes_(static_cast<uint8_t *>(
-              ZAK_Malloc_F(g_pLocaHandleQav, g_aucZakMemPt, PAT_PKG_HEAD_LEN, qav::kSourceTag, __LINE__))) {
-        if (bytes_ != nullptr) (void)memset_s(bytes_, PAT_PKG_HEAD_LEN, 0, PAT_PKG_HEAD_LEN);
-    }
-    ~HeaderBuffer() {
-        if (bytes_ != nullptr) ZAK_Free_F(bytes_, qav::kSourceTag, __LINE__);
-    }
+    HeaderBuffer() : bytes_(static_cast<uint8_t *>(qav::PlatformAllocZeroed(PAT_PKG_HEAD_LEN))) {}
+    ~HeaderBuffer() { qav::PlatformFree(bytes_); }
     HeaderBuffer(const HeaderBuffer &) = delete;
     HeaderBuffer &operator=(const HeaderBuffer &) = delete;
     uint8_t *get() const { return bytes_; }
@@ -49,14 +41,6 @@ class HeaderBuffer {
   private:
     uint8_t *bytes_;
 };
-
-// The placeholder slot with an unsigned final code.
-int FinishUInt(lua_State *state, const qav::PlaceholderSlot &slot, uint32_t code, int dataResults = 0) {
-    SYSDT_SPTI_PushUInt(state, code);
-    lua_copy(state, -1, slot.ArgCount() + 1);
-    lua_settop(state, -2);
-    return 1 + dataResults;
-}
 
 void PushBoundedText(lua_State *state, const char *text, uint32_t bound) {
     SYSDT_SPTI_PushString(state, text, bound);
@@ -140,7 +124,7 @@ QAV_ENTRY_FUNCTION l_get_pat_hpg_list(lua_State *state) {
     HeaderBuffer header;
     if (header.get() == nullptr) return slot.Early();
     uint32_t rc = PAT_GetPatPkgHeaderInfo(path, header.get());
-    if (rc != 0) return FinishUInt(state, slot, rc);
+    if (rc != 0) return slot.FinishUInt(rc);
     qav::TableBuilder table(state);
     uint32_t number = 0;
     for (uint32_t i = 0; i < PAT_PKG_DESC_NUM; i++) {
@@ -153,7 +137,7 @@ QAV_ENTRY_FUNCTION l_get_pat_hpg_list(lua_State *state) {
         SYSDT_SPTI_SetTable(state, table.index);
     }
     std::fflush(stdout);
-    return FinishUInt(state, slot, 0, 1);
+    return slot.FinishUInt(0, 1);
 }
 
 // "pat_getpatpkghead": code 0 and the header table, or a code.
@@ -161,9 +145,9 @@ QAV_ENTRY_FUNCTION l_get_pat_pkg_head(lua_State *state) {
     const char *path = SYSDT_SPTI_ToString(state, 1);
     qav::PlaceholderSlot slot(state);
     HeaderBuffer header;
-    if (header.get() == nullptr) return FinishUInt(state, slot, qav::kInvalidCall);
+    if (header.get() == nullptr) return slot.FinishUInt(qav::kInvalidCall);
     uint32_t rc = PAT_GetPatPkgHeaderInfo(path, header.get());
-    if (rc != 0) return FinishUInt(state, slot, rc);
+    if (rc != 0) return slot.FinishUInt(rc);
     uint32_t cmsInfo = 0;
     (void)PAT_GetPatPkgHeadCmsInfo(header.get(), &cmsInfo);
 
@@ -184,7 +168,7 @@ QAV_ENTRY_FUNCTION l_get_pat_pkg_head(lua_State *state) {
         .UInt("uiPatchNum", Le32(header.get() + PAT_PKG_NUM_OFFSET))
         .UInt("uiFileLen", Le32(header.get() + PAT_PKG_FILELEN_OFFSET))
         .UInt("uiCmsInfo", cmsInfo);
-    return FinishUInt(state, slot, 0, 1);
+    return slot.FinishUInt(0, 1);
 }
 
 // "pat_startuppatchvalid": code 0 and 1 (a bare patch file), 0 (a sound package) or 2 (a
@@ -194,9 +178,7 @@ QAV_ENTRY_FUNCTION l_verify_startuppatch(lua_State *state) {
     if (path == nullptr) {
         RPM_LogToFile(qav::kUpgradeLogId, qav::kLogFailure, "filename is null!\n");
         // The code lands in the first stack position and the function reports no results.
-        SYSDT_SPTI_PushInt(state, kStartupNoPath);
-        lua_copy(state, -1, 1);
-        lua_settop(state, -2);
+        qav::StoreIntAt(state, 1, kStartupNoPath);
         return 0;
     }
     qav::PlaceholderSlot slot(state);
@@ -210,9 +192,12 @@ QAV_ENTRY_FUNCTION l_verify_startuppatch(lua_State *state) {
         return slot.Finish(0, 1);
     }
     HeaderBuffer header;
-    if (header.get() == nullptr) return slot.Finish(kStartupNoMemory);
+    if (header.get() == nullptr) return slot.Finish(qav::pkg::kPatchNoMemory);
+    // 5006: a package whose length differs from its header.
+    constexpr uint32_t kHeaderLengthMismatch = 5006;
     uint32_t rc = PAT_GetPatPkgHeaderInfo(path, header.get());
-    if (rc != 0 && rc != kHeaderLengthMismatch) return slot.Finish(kStartupBadHeader);
+    if (rc != 0 && rc != kHeaderLengthMismatch)
+        return slot.Finish(static_cast<int32_t>(qav::kGenericFailure));
     SYSDT_SPTI_PushInt(state, rc == 0 ? 0 : 2);
     return slot.Finish(0, 1);
 }
@@ -313,8 +298,7 @@ QAV_ENTRY_FUNCTION l_issu_log(lua_State *state) {
     }
     RPM_IssuLogToFile(qav::kUpgradeLogId, level, "%s", text);
     // No result: the placeholder goes too, so nothing is left above the arguments.
-    lua_settop(state, -2);
-    return 0;
+    return slot.Drop();
 }
 
 } // extern "C"

@@ -5,23 +5,21 @@
 #include <cstddef>
 #include <cstdint>
 
+#include "binding/result_codes.h"
 #include "rpm_vercfg.h"
 
-// Result codes of the version configuration functions.
 namespace qav::vercfg {
-inline constexpr uint32_t kNeTypeFailed = 0x31C400;
-inline constexpr uint32_t kPackageTypeFailed = 0x31C410;
-inline constexpr uint32_t kVersionFailed = 0x31C420;
-inline constexpr uint32_t kAppTypeFailed = 0x31C430;
-inline constexpr uint32_t kNodeCountFailed = 0x31C470;
-inline constexpr uint32_t kNodeInfoFailed = 0x31C480;
-inline constexpr uint32_t kCheckFailed = 0x31C490;
+// The version configuration functions report in the package area's result codes.
+using namespace qav::pkg;
 
-inline constexpr uint32_t kHotPatchCode = 20;
-inline constexpr uint32_t kColdPatchCode = 2;
-inline constexpr uint32_t kBaseSoftwareCode = 0;
-inline constexpr uint32_t kMimCode = 1;
-inline constexpr uint32_t kSkippedNodeType = 61;
+// File node type codes.
+enum TypeCode : uint32_t {
+    kBaseSoftwareCode = 0,
+    kMimCode = 1,
+    kColdPatchCode = 2,
+    kHotPatchCode = 20,
+    kSkippedNodeType = 61,
+};
 
 inline constexpr const char *kZakcfgFile = "../data/zakcfg.ini";
 inline constexpr const char *kStartupSection = "[system software information]";

@@ -2,6 +2,7 @@
 #include <cstdarg>
 #include <cstring>
 
+#include "binding/memory.h"
 #include "binding/script_frame.h"
 #include "pkg/vercfg.h"
 #include "rpm_ini.h"
@@ -27,15 +28,12 @@ bool TypeCodeOfVersionType(const char *versionType, uint32_t *typeCode) {
 NodeArray::NodeArray(uint32_t count) {
     if (count == 0 || count > UINT32_MAX / sizeof(RPM_FILE_NODE_INFO)) return;
     auto size = static_cast<uint32_t>(count * sizeof(RPM_FILE_NODE_INFO));
-    nodes_ = static_cast<RPM_FILE_NODE_INFO *>(
-        ZAK_Malloc_F(g_pLocaHandleQav, g_aucZakMemPt, size, kSourceTag, __LINE__));
-    if (nodes_ == nullptr) return;
-    (void)memset_s(nodes_, size, 0, size);
-    count_ = count;
+    nodes_ = static_cast<RPM_FILE_NODE_INFO *>(PlatformAllocZeroed(size));
+    if (nodes_ != nullptr) count_ = count;
 }
 
 NodeArray::~NodeArray() {
-    if (nodes_ != nullptr) (void)ZAK_Free_F(nodes_, kSourceTag, __LINE__);
+    PlatformFree(nodes_);
 }
 
 void PatLog(uint32_t level, const char *format, ...) {
@@ -53,20 +51,12 @@ using namespace qav::vercfg;
 
 namespace {
 
-constexpr uint32_t kDiagModule = 0x811101F;
 constexpr uint32_t kDiagLevel = 5;
-constexpr uint32_t kStepLevel = 6;
 constexpr size_t kXmlPathSize = 384;
 
-// Pushes a code and a text; the two-result form of the version queries.
-int PushCodeText(lua_State *state, uint32_t code, const char *text, uint32_t bound) {
-    SYSDT_SPTI_PushUInt(state, code);
-    SYSDT_SPTI_PushString(state, text, bound);
-    return 2;
-}
-
+// A code and an empty text; the failure form of the version queries.
 int PushCodeEmpty(lua_State *state, uint32_t code) {
-    return PushCodeText(state, code, "", 1);
+    return qav::ReturnUIntText(state, code, "", 1);
 }
 
 // Reads `count` records of the nodes a reader selects into `nodes`; false on allocation failure
@@ -75,6 +65,78 @@ template <class Read> bool ReadNodes(NodeArray &nodes, uint32_t *code, Read read
     if (nodes.get() == nullptr) return false;
     *code = read(nodes.get(), nodes.count());
     return *code == 0;
+}
+
+// The file nodes a query selects: those of one type code, or, when it is given, those of one
+// destination object type.
+struct NodeSelection {
+    uint32_t typeCode;
+    const char *destObjType;
+};
+
+// How a query for the first selected file node judges the count and reports its failures. The
+// logged texts read "<what>, vercfg is <xml>, <the selection>!".
+struct FirstNodeQuery {
+    bool exactlyOne; // else at least one node
+    bool logged;     // the count, count check and read failures go to the patch log
+    const char *badCountText = nullptr;
+    const char *noMemoryText = "[RPMLS_DLD_ALLInVnfcFiles]malloc failed!";
+    bool passCountCode = false; // a failed count gives the hook's own code, not 1
+    uint32_t readFailure = qav::kFailed;
+};
+
+constexpr FirstNodeQuery kPatchNameQuery{
+    .exactlyOne = false, .logged = true, .badCountText = "xml file TypeCode is inconsistent with patch type"};
+constexpr FirstNodeQuery kRiskCheckPackageQuery{.exactlyOne = true,
+                                                .logged = true,
+                                                .badCountText =
+                                                    "xml file TypeCode is inconsistent with patch type",
+                                                .noMemoryText = "[QAV_GetRiskCheckPkgPath]malloc failed!"};
+constexpr FirstNodeQuery kVersionTypeFileQuery{.exactlyOne = true,
+                                               .logged = true,
+                                               .badCountText = "File number is not only one",
+                                               .passCountCode = true,
+                                               .readFailure = kNodeInfoFailed};
+constexpr FirstNodeQuery kFileInfoQuery{.exactlyOne = true, .logged = false};
+
+void LogSelectionFailure(const FirstNodeQuery &query, const char *what, const char *xml,
+                         const NodeSelection &selection) {
+    if (!query.logged) return;
+    if (selection.destObjType != nullptr)
+        PatLog(qav::kLogFailure, "%s, vercfg is %s, DestObjType is %s!", what, xml, selection.destObjType);
+    else
+        PatLog(qav::kLogFailure, "%s, vercfg is %s, file type is %d!", what, xml, selection.typeCode);
+}
+
+// Counts the selected nodes, checks the count, reads them all and hands back the first; 0, or the
+// query's failure code.
+uint32_t ReadFirstNode(const FirstNodeQuery &query, const char *xml, const NodeSelection &selection,
+                       RPM_FILE_NODE_INFO *first) {
+    const bool byObjType = selection.destObjType != nullptr;
+    uint32_t count = 0;
+    uint32_t rc = byObjType ? RPM_ParseXmlDstObjTypeFileNodeNum_HOOK(xml, selection.destObjType, &count)
+                            : RPM_ParseXmlDstTypeCodeFileNodeNum_HOOK(xml, selection.typeCode, &count);
+    if (rc != 0) {
+        LogSelectionFailure(query, "Get files' number failed", xml, selection);
+        return query.passCountCode ? rc : qav::kFailed;
+    }
+    if (query.exactlyOne ? count != 1 : count == 0) {
+        LogSelectionFailure(query, query.badCountText, xml, selection);
+        return qav::kFailed;
+    }
+    NodeArray nodes(count);
+    if (nodes.get() == nullptr) {
+        PatLog(qav::kLogFailure, "%s", query.noMemoryText);
+        return qav::kFailed;
+    }
+    rc = byObjType ? RPM_ParseXmlDstObjTypeFileNodeInfo_HOOK(xml, selection.destObjType, nodes.get(), count)
+                   : RPM_ParseXmlDstTypeCodeFileNodeInfo_HOOK(xml, selection.typeCode, nodes.get(), count);
+    if (rc != 0) {
+        LogSelectionFailure(query, "Get files' info failed", xml, selection);
+        return query.readFailure;
+    }
+    *first = nodes[0];
+    return 0;
 }
 
 // "%s/%s" of a directory and "vercfg.xml" into out[size]; false when it does not fit.
@@ -101,77 +163,27 @@ int32_t QAV_GetZakcfgVersionInfo(const char *key, char *out, uint32_t outSize) {
 }
 
 uint32_t QAV_GetPatNameInfo(const char *xmlPath, char *outName, char *outSha, uint32_t typeCode) {
-    uint32_t count = 0;
-    if (RPM_ParseXmlDstTypeCodeFileNodeNum_HOOK(xmlPath, typeCode, &count) != 0) {
-        PatLog(3, "Get files' number failed, vercfg is %s, file type is %d!", xmlPath, typeCode);
-        return 1;
-    }
-    if (count == 0) {
-        PatLog(3, "xml file TypeCode is inconsistent with patch type, vercfg is %s, file type is %d!",
-               xmlPath, typeCode);
-        return 1;
-    }
-    NodeArray nodes(count);
-    if (nodes.get() == nullptr) {
-        PatLog(3, "[RPMLS_DLD_ALLInVnfcFiles]malloc failed!");
-        return 1;
-    }
-    if (RPM_ParseXmlDstTypeCodeFileNodeInfo_HOOK(xmlPath, typeCode, nodes.get(), count) != 0) {
-        PatLog(3, "Get files' info failed, vercfg is %s, file type is %d!", xmlPath, typeCode);
-        return 1;
-    }
-    (void)snprintf_truncated_s(outName, 128, "%s", nodes[0].szFileName);
-    (void)snprintf_truncated_s(outSha, 128, "%s", nodes[0].szSha256);
+    RPM_FILE_NODE_INFO first{};
+    if (ReadFirstNode(kPatchNameQuery, xmlPath, {typeCode, nullptr}, &first) != 0) return 1;
+    (void)snprintf_truncated_s(outName, 128, "%s", first.szFileName);
+    (void)snprintf_truncated_s(outSha, 128, "%s", first.szSha256);
     return 0;
 }
 
 uint32_t QAV_GetRiskCheckPkgPath(const char *xmlPath, char *out, uint32_t outSize, const char *destObjType) {
-    uint32_t count = 0;
-    if (RPM_ParseXmlDstObjTypeFileNodeNum_HOOK(xmlPath, destObjType, &count) != 0) {
-        PatLog(3, "Get files' number failed, vercfg is %s, DestObjType is %s!", xmlPath, destObjType);
-        return 1;
-    }
-    if (count != 1) {
-        PatLog(3, "xml file TypeCode is inconsistent with patch type, vercfg is %s, DestObjType is %s!",
-               xmlPath, destObjType);
-        return 1;
-    }
-    NodeArray nodes(count);
-    if (nodes.get() == nullptr) {
-        PatLog(3, "[QAV_GetRiskCheckPkgPath]malloc failed!");
-        return 1;
-    }
-    if (RPM_ParseXmlDstObjTypeFileNodeInfo_HOOK(xmlPath, destObjType, nodes.get(), count) != 0) {
-        PatLog(3, "Get files' info failed, vercfg is %s, DestObjType is %s!", xmlPath, destObjType);
-        return 1;
-    }
-    (void)snprintf_truncated_s(out, outSize, "%s", nodes[0].szFileName);
+    RPM_FILE_NODE_INFO first{};
+    if (ReadFirstNode(kRiskCheckPackageQuery, xmlPath, {0, destObjType}, &first) != 0) return 1;
+    (void)snprintf_truncated_s(out, outSize, "%s", first.szFileName);
     return 0;
 }
 
 uint32_t QAV_GetFileNameByeVersionType(const char *xmlPath, char *outName, const char *versionType) {
     uint32_t typeCode = 0;
     if (!TypeCodeOfVersionType(versionType, &typeCode)) return kVersionFailed;
-    uint32_t count = 0;
-    uint32_t rc = RPM_ParseXmlDstTypeCodeFileNodeNum_HOOK(xmlPath, typeCode, &count);
-    if (rc != 0) {
-        PatLog(3, "Get files' number failed, vercfg is %s, file type is %d!", xmlPath, typeCode);
-        return rc;
-    }
-    if (count != 1) {
-        PatLog(3, "File number is not only one, vercfg is %s, file type is %d!", xmlPath, typeCode);
-        return 1;
-    }
-    NodeArray nodes(count);
-    if (nodes.get() == nullptr) {
-        PatLog(3, "[RPMLS_DLD_ALLInVnfcFiles]malloc failed!");
-        return 1;
-    }
-    if (RPM_ParseXmlDstTypeCodeFileNodeInfo_HOOK(xmlPath, typeCode, nodes.get(), count) != 0) {
-        PatLog(3, "Get files' info failed, vercfg is %s, file type is %d!", xmlPath, typeCode);
-        return kNodeInfoFailed;
-    }
-    (void)snprintf_truncated_s(outName, 128, "%s", nodes[0].szFileName);
+    RPM_FILE_NODE_INFO first{};
+    uint32_t rc = ReadFirstNode(kVersionTypeFileQuery, xmlPath, {typeCode, nullptr}, &first);
+    if (rc != 0) return rc;
+    (void)snprintf_truncated_s(outName, 128, "%s", first.szFileName);
     return 0;
 }
 
@@ -184,11 +196,11 @@ char *QAV_GetDirName(char *name) {
 
 QAV_ENTRY_FUNCTION QAV_RpmGetVersionInfo(lua_State *state) {
     char xmlPath[kXmlPathSize] = {0};
-    if (!qav::ArgCountIs(state, 2) ||
-        !qav::CopyStringArg(state, 1, xmlPath, sizeof(xmlPath), "QAV_RpmGetVersionInfo", __LINE__))
+    if (!qav::ArgsMatch(state, "..") ||
+        !qav::CopyTextArg(state, 1, xmlPath, "QAV_RpmGetVersionInfo", __LINE__))
         return PushCodeEmpty(state, qav::kFailed);
     uint32_t kind = SYSDT_SPTI_ToUInt(state, 2);
-    QAV_STDiagLogToFile(kDiagModule, kDiagLevel, "acXmlPath = %s\n", xmlPath);
+    QAV_STDiagLogToFile(qav::kDiagModule, kDiagLevel, "acXmlPath = %s\n", xmlPath);
 
     char text[384] = {0};
     uint32_t rc = 0;
@@ -197,7 +209,7 @@ QAV_ENTRY_FUNCTION QAV_RpmGetVersionInfo(lua_State *state) {
     case 3: {
         rc = RPM_ParseXmlElementNodeValue_HOOK(xmlPath, kind == 1 ? "PackageType" : "VersionType", text, 128);
         if (rc != 0) {
-            PatLog(3, "QAV_RpmGetPkgInfoGetInput failed, ret is %u.", rc);
+            PatLog(qav::kLogFailure, "QAV_RpmGetPkgInfoGetInput failed, ret is %u.", rc);
             return PushCodeEmpty(state, rc);
         }
         break;
@@ -209,7 +221,7 @@ QAV_ENTRY_FUNCTION QAV_RpmGetVersionInfo(lua_State *state) {
                                                version ? 32 : 128);
         if (rc == 0) rc = RPM_ReplaceSrcChar2Dst_HOOK(text, ' ', '_');
         if (rc != 0) {
-            PatLog(3,
+            PatLog(qav::kLogFailure,
                    version ? "QAV_RpmGetPkgInfoGetInput failed, ret is %u."
                            : "[UPG]QAV_RpmGetPkgInfoGetInput failed, ret is %u.",
                    rc);
@@ -219,20 +231,18 @@ QAV_ENTRY_FUNCTION QAV_RpmGetVersionInfo(lua_State *state) {
     }
     case 2:
     case 10: {
-        auto *app = static_cast<RPM_APP_INFO *>(
-            ZAK_Malloc_F(g_pLocaHandleQav, g_aucZakMemPt, sizeof(RPM_APP_INFO), qav::kSourceTag, __LINE__));
+        auto *app = static_cast<RPM_APP_INFO *>(qav::PlatformAllocZeroed(sizeof(RPM_APP_INFO)));
         if (app == nullptr) {
             // Reported as success with an empty text, as the scripts have always seen it.
-            PatLog(3, "malloc failed, ret is %u.", 0u);
+            PatLog(qav::kLogFailure, "malloc failed, ret is %u.", 0u);
             return PushCodeEmpty(state, qav::kOk);
         }
-        (void)memset_s(app, sizeof(*app), 0, sizeof(*app));
         rc = RPM_ParseXmlGetAppInfo_HOOK(xmlPath, app);
         if (rc == 0)
             (void)snprintf_truncated_s(text, sizeof(text), "%s", kind == 2 ? app->szAppType : app->szAppInfo);
-        (void)ZAK_Free_F(app, qav::kSourceTag, __LINE__);
+        qav::PlatformFree(app);
         if (rc != 0) {
-            PatLog(3, "RPM_ParseXmlGetAppInfo_HOOK failed, ret is %u.", rc);
+            PatLog(qav::kLogFailure, "RPM_ParseXmlGetAppInfo_HOOK failed, ret is %u.", rc);
             return PushCodeEmpty(state, rc);
         }
         break;
@@ -248,7 +258,8 @@ QAV_ENTRY_FUNCTION QAV_RpmGetVersionInfo(lua_State *state) {
     case 8:
         rc = RPM_ParseXmlElementNodeValueByPath_HOOK(xmlPath, "Product/VNF/InterfaceId", text, 128);
         if (rc != 0) {
-            PatLog(3, "Get InterfaceId node <Product/VNF/InterfaceId> value from file(%s) fail! RetCode:%u.",
+            PatLog(qav::kLogFailure,
+                   "Get InterfaceId node <Product/VNF/InterfaceId> value from file(%s) fail! RetCode:%u.",
                    xmlPath, rc);
             return PushCodeEmpty(state, rc);
         }
@@ -263,15 +274,15 @@ QAV_ENTRY_FUNCTION QAV_RpmGetVersionInfo(lua_State *state) {
         }
         break;
     default:
-        PatLog(3, "[UPG]uiDotype is %d.", kind);
+        PatLog(qav::kLogFailure, "[UPG]uiDotype is %d.", kind);
         return PushCodeEmpty(state, qav::kFailed);
     }
-    QAV_STDiagLogToFile(kDiagModule, kDiagLevel, "acPackageName = %s\n", text);
-    return PushCodeText(state, qav::kOk, text, sizeof(text));
+    QAV_STDiagLogToFile(qav::kDiagModule, kDiagLevel, "acPackageName = %s\n", text);
+    return qav::ReturnUIntText(state, qav::kOk, text, sizeof(text));
 }
 
 QAV_ENTRY_FUNCTION QAV_RpmGetPkgInfo(lua_State *state) {
-    if (!qav::ArgCountIs(state, 1)) return PushCodeEmpty(state, qav::kFailed);
+    if (!qav::ArgsMatch(state, ".")) return PushCodeEmpty(state, qav::kFailed);
     uint32_t kind = SYSDT_SPTI_ToUInt(state, 1);
     char value[256] = {0};
     char result[128] = {0};
@@ -290,7 +301,7 @@ QAV_ENTRY_FUNCTION QAV_RpmGetPkgInfo(lua_State *state) {
     } else {
         return PushCodeEmpty(state, qav::kFailed);
     }
-    return PushCodeText(state, qav::kOk, result, sizeof(result));
+    return qav::ReturnUIntText(state, qav::kOk, result, sizeof(result));
 }
 
 QAV_ENTRY_FUNCTION QAV_GetZakcfgInfo(lua_State *state) {
@@ -305,18 +316,17 @@ QAV_ENTRY_FUNCTION QAV_GetZakcfgInfo(lua_State *state) {
 
 QAV_ENTRY_FUNCTION QAV_GetFileNameFromVercfg(lua_State *state) {
     char xmlPath[kXmlPathSize] = {0};
-    int32_t argc = SYSDT_SPTI_GetTop(state);
+    int32_t argc = qav::ArgCount(state);
     bool inputOk = true;
     if (argc != 3) {
-        PatLog(3, "Format path ParaNum %d wrong.", argc);
+        PatLog(qav::kLogFailure, "Format path ParaNum %d wrong.", argc);
         inputOk = false;
-    } else if (!qav::CopyStringArg(state, 1, xmlPath, sizeof(xmlPath), "QAV_GetFileNameFromVercfg",
-                                   __LINE__)) {
-        PatLog(3, "get xmlFile name failed.");
+    } else if (!qav::CopyTextArg(state, 1, xmlPath, "QAV_GetFileNameFromVercfg", __LINE__)) {
+        PatLog(qav::kLogFailure, "get xmlFile name failed.");
         inputOk = false;
     }
     if (!inputOk) {
-        PatLog(3, "QAV_GetFileNameFromVercfgGetInput failed, ret is %u.", qav::kFailed);
+        PatLog(qav::kLogFailure, "QAV_GetFileNameFromVercfgGetInput failed, ret is %u.", qav::kFailed);
         return PushCodeEmpty(state, qav::kFailed);
     }
     uint32_t typeCode = SYSDT_SPTI_ToUInt(state, 2);
@@ -325,41 +335,40 @@ QAV_ENTRY_FUNCTION QAV_GetFileNameFromVercfg(lua_State *state) {
     char sha[128] = {0};
     uint32_t rc = QAV_GetPatNameInfo(xmlPath, name, sha, typeCode);
     if (rc != 0) {
-        PatLog(3, "QAV_RpmGetPatPkgInfo failed, ret is %u.", rc);
+        PatLog(qav::kLogFailure, "QAV_RpmGetPatPkgInfo failed, ret is %u.", rc);
         return PushCodeEmpty(state, qav::kFailed);
     }
     if (check != 0) {
         rc = QAV_CheckPatPkgSha(xmlPath, name, sha);
         if (rc != 0) {
-            PatLog(3, "QAV_CheckPatPkgSha failed, ret is %u.", rc);
+            PatLog(qav::kLogFailure, "QAV_CheckPatPkgSha failed, ret is %u.", rc);
             return PushCodeEmpty(state, qav::kFailed);
         }
     }
-    return PushCodeText(state, qav::kOk, name, sizeof(name));
+    return qav::ReturnUIntText(state, qav::kOk, name, sizeof(name));
 }
 
 QAV_ENTRY_FUNCTION QAV_GetFileNameFromVercfgByDestObjType(lua_State *state) {
+    static const char *const kFunction = "QAV_GetFileNameFromVercfgByDestObjType";
     char xmlPath[kXmlPathSize] = {0};
     char destObjType[128] = {0};
-    if (!qav::ArgCountIs(state, 2) ||
-        !qav::CopyStringArg(state, 1, xmlPath, sizeof(xmlPath), "QAV_GetFileNameFromVercfgByDestObjType",
-                            __LINE__) ||
-        !qav::CopyStringArg(state, 2, destObjType, sizeof(destObjType),
-                            "QAV_GetFileNameFromVercfgByDestObjType", __LINE__)) {
-        PatLog(3, "QAV_GetFileNameFromVercfgByDestObjTypeGetInput failed, ret is %u.", qav::kFailed);
+    if (!qav::ArgsMatch(state, "..") || !qav::CopyTextArg(state, 1, xmlPath, kFunction, __LINE__) ||
+        !qav::CopyTextArg(state, 2, destObjType, kFunction, __LINE__)) {
+        PatLog(qav::kLogFailure, "QAV_GetFileNameFromVercfgByDestObjTypeGetInput failed, ret is %u.",
+               qav::kFailed);
         return PushCodeEmpty(state, qav::kFailed);
     }
     char name[128] = {0};
     uint32_t rc = QAV_GetRiskCheckPkgPath(xmlPath, name, sizeof(name), destObjType);
     if (rc != 0) {
-        PatLog(3, "QAV_GetRiskCheckPkgPath failed, ret is %u.", rc);
+        PatLog(qav::kLogFailure, "QAV_GetRiskCheckPkgPath failed, ret is %u.", rc);
         return PushCodeEmpty(state, qav::kFailed);
     }
-    return PushCodeText(state, qav::kOk, name, sizeof(name));
+    return qav::ReturnUIntText(state, qav::kOk, name, sizeof(name));
 }
 
 QAV_ENTRY_FUNCTION QAV_GetInfoFromXml(lua_State *state) {
-    PatLog(kStepLevel, "===Get info from vercfg.xml===");
+    PatLog(qav::kLogStep, "===Get info from vercfg.xml===");
     struct {
         char packageType[64];
         char versionType[64];
@@ -381,15 +390,15 @@ QAV_ENTRY_FUNCTION QAV_GetInfoFromXml(lua_State *state) {
         SYSDT_SPTI_PushString(state, ok ? info.neType : "", sizeof(info.neType));
         return 8;
     };
-    int32_t argc = SYSDT_SPTI_GetTop(state);
+    int32_t argc = qav::ArgCount(state);
     if (argc != 2) {
         // A wrong call reads as code 0 with empty texts; the scripts test the texts.
-        PatLog(3, "Format path ParaNum %d wrong.", argc);
+        PatLog(qav::kLogFailure, "Format path ParaNum %d wrong.", argc);
         return pushAll(qav::kOk);
     }
     const char *dir = SYSDT_SPTI_ToString(state, 1);
     if (dir == nullptr) {
-        PatLog(3, "String Param is null.");
+        PatLog(qav::kLogFailure, "String Param is null.");
         return pushAll(qav::kOk);
     }
     const bool wantFileName = SYSDT_SPTI_ToBoolean(state, 2) != 0;
@@ -420,47 +429,31 @@ QAV_ENTRY_FUNCTION QAV_GetInfoFromXml(lua_State *state) {
 }
 
 QAV_ENTRY_FUNCTION QAV_GetFileInfoFromXml(lua_State *state) {
-    if (!qav::ArgCountIs(state, 3)) return PushCodeEmpty(state, qav::kFailed);
+    if (!qav::ArgsMatch(state, "...")) return PushCodeEmpty(state, qav::kFailed);
     uint32_t typeCode = SYSDT_SPTI_ToUInt(state, 1);
     const char *dir = SYSDT_SPTI_ToString(state, 2);
     uint32_t mode = SYSDT_SPTI_ToUInt(state, 3);
     char xml[256] = {0};
     if (dir == nullptr || !VercfgPathOf(dir, xml, sizeof(xml)) || RPMFS_ProcIsFileExist(xml) == 0)
         return PushCodeEmpty(state, qav::kFailed);
-    uint32_t count = 0;
-    if (RPM_ParseXmlDstTypeCodeFileNodeNum_HOOK(xml, typeCode, &count) != 0 || count != 1)
+    RPM_FILE_NODE_INFO first{};
+    if (ReadFirstNode(kFileInfoQuery, xml, {typeCode, nullptr}, &first) != 0)
         return PushCodeEmpty(state, qav::kFailed);
-    NodeArray nodes(count);
-    if (nodes.get() == nullptr) {
-        PatLog(3, "[RPMLS_DLD_ALLInVnfcFiles]malloc failed!");
-        return PushCodeEmpty(state, qav::kFailed);
-    }
-    if (RPM_ParseXmlDstTypeCodeFileNodeInfo_HOOK(xml, typeCode, nodes.get(), count) != 0)
-        return PushCodeEmpty(state, qav::kFailed);
-    if (mode == 1) return PushCodeText(state, qav::kOk, nodes[0].szFileName, sizeof(nodes[0].szFileName));
-    if (mode == 2) {
-        SYSDT_SPTI_PushUInt(state, qav::kOk);
-        SYSDT_SPTI_PushUInt(state, nodes[0].uiAttr);
-        return 2;
-    }
+    if (mode == 1) return qav::ReturnUIntText(state, qav::kOk, first.szFileName, sizeof(first.szFileName));
+    if (mode == 2) return qav::ReturnUIntPair(state, qav::kOk, first.uiAttr);
     return PushCodeEmpty(state, qav::kFailed);
 }
 
 QAV_ENTRY_FUNCTION QAV_GetMimNumFromXml(lua_State *state) {
-    auto pushCodeCount = [state](uint32_t code, uint32_t count) {
-        SYSDT_SPTI_PushUInt(state, code);
-        SYSDT_SPTI_PushUInt(state, count);
-        return 2;
-    };
-    int32_t argc = SYSDT_SPTI_GetTop(state);
+    int32_t argc = qav::ArgCount(state);
     if (argc != 1) {
-        PatLog(3, "Format path ParaNum %d wrong.", argc);
-        return pushCodeCount(qav::kOk, 0);
+        PatLog(qav::kLogFailure, "Format path ParaNum %d wrong.", argc);
+        return qav::ReturnUIntPair(state, qav::kOk, 0);
     }
     const char *dir = SYSDT_SPTI_ToString(state, 1);
     if (dir == nullptr) {
         RPM_LogToFile(qav::kVercfgLogId, qav::kLogFailure, "pcFilePath is null.");
-        return pushCodeCount(kNodeCountFailed, 0);
+        return qav::ReturnUIntPair(state, kNodeCountFailed, 0);
     }
     char xml[256] = {0};
     uint32_t count = 0;
@@ -470,15 +463,14 @@ QAV_ENTRY_FUNCTION QAV_GetMimNumFromXml(lua_State *state) {
         RPM_LogToFile(qav::kVercfgLogId, qav::kLogFailure,
                       "Get destination type %u file node number from file(%s) fail! RetCode:%u.", kMimCode,
                       xml, rc);
-        return pushCodeCount(kNodeCountFailed, 0);
+        return qav::ReturnUIntPair(state, kNodeCountFailed, 0);
     }
-    return pushCodeCount(qav::kOk, count);
+    return qav::ReturnUIntPair(state, qav::kOk, count);
 }
 
 // The list queries: code 0 and a text of every selected name followed by ';', or code 1 alone.
 static int PushNameList(lua_State *state, bool vnfcPaths) {
-    if (!qav::ArgCountIs(state, 1)) return qav::ReturnUInt(state, qav::kFailed);
-    const char *xml = SYSDT_SPTI_ToString(state, 1);
+    const char *xml = qav::ArgsMatch(state, "s") ? SYSDT_SPTI_ToString(state, 1) : nullptr;
     if (xml == nullptr) return qav::ReturnUInt(state, qav::kFailed);
     const uint32_t typeCode = vnfcPaths ? kBaseSoftwareCode : RPM_ALL_TYPE_CODE;
     uint32_t count = 0;
@@ -494,10 +486,8 @@ static int PushNameList(lua_State *state, bool vnfcPaths) {
     });
     if (!read) return qav::ReturnUInt(state, qav::kFailed);
     const uint32_t size = count * 129 + (vnfcPaths ? 1 : 0);
-    auto *list =
-        static_cast<char *>(ZAK_Malloc_F(g_pLocaHandleQav, g_aucZakMemPt, size, qav::kSourceTag, __LINE__));
+    auto *list = static_cast<char *>(qav::PlatformAllocZeroed(size));
     if (list == nullptr) return qav::ReturnUInt(state, qav::kFailed);
-    (void)memset_s(list, size, 0, size);
     bool fits = true;
     size_t used = 0;
     for (uint32_t i = 0; i < count && fits; ++i) {
@@ -507,8 +497,9 @@ static int PushNameList(lua_State *state, bool vnfcPaths) {
         fits = written >= 0;
         if (fits) used += static_cast<size_t>(written);
     }
-    int results = fits ? PushCodeText(state, qav::kOk, list, size) : qav::ReturnUInt(state, qav::kFailed);
-    (void)ZAK_Free_F(list, qav::kSourceTag, __LINE__);
+    int results =
+        fits ? qav::ReturnUIntText(state, qav::kOk, list, size) : qav::ReturnUInt(state, qav::kFailed);
+    qav::PlatformFree(list);
     return results;
 }
 
@@ -521,8 +512,7 @@ QAV_ENTRY_FUNCTION QAV_GetVnfcPathListFromVercfgXml(lua_State *state) {
 }
 
 QAV_ENTRY_FUNCTION QAV_IsVnfcVercfgXml(lua_State *state) {
-    if (!qav::ArgCountIs(state, 1)) return qav::ReturnUInt(state, qav::kFailed);
-    const char *xml = SYSDT_SPTI_ToString(state, 1);
+    const char *xml = qav::ArgsMatch(state, "s") ? SYSDT_SPTI_ToString(state, 1) : nullptr;
     if (xml == nullptr) return qav::ReturnUInt(state, qav::kFailed);
     uint32_t count = 0;
     if (RPM_ParseXmlDstTypeCodeFileNodeNum_HOOK(xml, kBaseSoftwareCode, &count) != 0)

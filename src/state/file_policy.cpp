@@ -2,16 +2,16 @@
 // platform; these functions only marshal the user, the paths and the answers.
 #include <cstring>
 
+#include "binding/memory.h"
 #include "binding/script_frame.h"
 #include "securec.h"
 #include "tfsi.h"
 
 namespace {
 
-constexpr uint32_t kBadArgs = 0x401C02;
-constexpr uint32_t kNoMemory = 0x401C03;
-constexpr uint32_t kUserKeyNotNumber = 0x801707;
+using qav::state::kPolicyBadArguments;
 
+// The query's arguments: "tnt", the user table, the path count and the path table.
 constexpr int32_t kUserArg = 1;
 constexpr int32_t kCountArg = 2;
 constexpr int32_t kPathsArg = 3;
@@ -23,7 +23,7 @@ struct PolicyInput {
 };
 
 void FreeEntries(PolicyInput *input) {
-    if (input->entries != nullptr) (void)ZAK_Free_F(input->entries, qav::kSourceTag, __LINE__);
+    qav::PlatformFree(input->entries);
     input->entries = nullptr;
 }
 
@@ -43,7 +43,7 @@ uint32_t QAV_VfmPolicyGetInputUser(lua_State *state, int32_t index, TFSI_USER_IN
                 {"userLevel", &user->uiUserLevel},
                 {"userGroup", &user->uiUserGroup}};
     for (const auto &k : keys) {
-        if (!qav::FieldIsNumber(state, index, k.key)) return kUserKeyNotNumber;
+        if (!qav::FieldIsNumber(state, index, k.key)) return qav::kKeyNotNumber;
         *k.field = qav::FieldUInt(state, index, k.key);
     }
     return qav::kOk;
@@ -53,10 +53,8 @@ uint32_t QAV_VfmPolicyGetInputUser(lua_State *state, int32_t index, TFSI_USER_IN
 // string value of the script's table: the entry keeps a pointer to it for the call.
 uint32_t QAV_VfmPolicyGetInputPath(lua_State *state, int32_t index, uint32_t count, TFSI_PATH_ACCESS **out) {
     size_t bytes = static_cast<size_t>(count) * sizeof(TFSI_PATH_ACCESS);
-    auto *entries = static_cast<TFSI_PATH_ACCESS *>(ZAK_Malloc_F(
-        g_pLocaHandleQav, g_aucZakMemPt, static_cast<uint32_t>(bytes), qav::kSourceTag, __LINE__));
-    if (entries == nullptr) return kNoMemory;
-    (void)memset_s(entries, bytes, 0, bytes);
+    auto *entries = static_cast<TFSI_PATH_ACCESS *>(qav::PlatformAllocZeroed(static_cast<uint32_t>(bytes)));
+    if (entries == nullptr) return qav::state::kPolicyNoMemory;
     for (uint32_t i = 0; i < count; ++i) {
         SYSDT_SPTI_PushUInt(state, i + 1);
         SYSDT_SPTI_GetTable(state, index);
@@ -66,14 +64,14 @@ uint32_t QAV_VfmPolicyGetInputPath(lua_State *state, int32_t index, uint32_t cou
             SYSDT_SPTI_GetField(state, -1, "path");
             // only a real string stays alive in the table once popped; a number would be
             // converted on the stack copy
-            ok = lua_type(state, -1) == LUA_TSTRING;
+            ok = qav::ValueIs(state, -1, 'S');
             entries[i].pcPath = ok ? SYSDT_SPTI_ToString(state, -1) : nullptr;
             SYSDT_SPTI_Pop(state, 1);
         }
         SYSDT_SPTI_Pop(state, 1);
         if (!ok) {
-            (void)ZAK_Free_F(entries, qav::kSourceTag, __LINE__);
-            return kBadArgs;
+            qav::PlatformFree(entries);
+            return kPolicyBadArguments;
         }
     }
     *out = entries;
@@ -81,13 +79,11 @@ uint32_t QAV_VfmPolicyGetInputPath(lua_State *state, int32_t index, uint32_t cou
 }
 
 uint32_t QAV_VfmPolicyGetInput(lua_State *state, PolicyInput *input) {
-    if (!qav::ArgCountIs(state, 3) || SYSDT_SPTI_IsTable(state, kUserArg) == 0 ||
-        SYSDT_SPTI_IsNumber(state, kCountArg) == 0 || SYSDT_SPTI_IsTable(state, kPathsArg) == 0)
-        return kBadArgs;
+    if (!qav::ArgsMatch(state, "tnt")) return kPolicyBadArguments;
     // the inner code of a bad user key is not shown to scripts
-    if (QAV_VfmPolicyGetInputUser(state, kUserArg, &input->user) != qav::kOk) return kBadArgs;
+    if (QAV_VfmPolicyGetInputUser(state, kUserArg, &input->user) != qav::kOk) return kPolicyBadArguments;
     int32_t count = SYSDT_SPTI_ToInt(state, kCountArg);
-    if (count <= 0) return kBadArgs;
+    if (count <= 0) return kPolicyBadArguments;
     input->count = static_cast<uint32_t>(count);
     return QAV_VfmPolicyGetInputPath(state, kPathsArg, input->count, &input->entries);
 }
@@ -107,11 +103,10 @@ void QAV_VfmPolicyPushAccessInfo(lua_State *state, const TFSI_PATH_ACCESS *entri
 }
 
 uint32_t QAV_VfmFormatPathGetInput(lua_State *state, const char **path, uint32_t *isDirectory) {
-    if (!qav::ArgCountIs(state, 2) || SYSDT_SPTI_IsString(state, 1) == 0 || SYSDT_SPTI_IsBool(state, 2) == 0)
-        return kBadArgs;
+    if (!qav::ArgsMatch(state, "sb")) return kPolicyBadArguments;
     *path = SYSDT_SPTI_ToString(state, 1);
     *isDirectory = static_cast<uint32_t>(SYSDT_SPTI_ToBoolean(state, 2));
-    return *path != nullptr ? qav::kOk : kBadArgs;
+    return *path != nullptr ? qav::kOk : kPolicyBadArguments;
 }
 
 } // extern "C"

@@ -6,6 +6,7 @@
 #include <cstring>
 #include <mutex>
 
+#include "binding/memory.h"
 #include "binding/script_frame.h"
 #include "securec.h"
 #include "state/dropped_memory.h"
@@ -23,18 +24,10 @@ QavCollectLogLockTable g_stCollectLogLockTable;
 QavCrlLockTable g_stCrlLockTable;
 }
 
-#if UINTPTR_MAX == 0xFFFFFFFF
-static_assert(sizeof(QavPatchLockTable) == 36);
-static_assert(sizeof(QavSessionLockTable) == 32);
-static_assert(sizeof(QavCollectLogLockTable) == 24);
-static_assert(sizeof(QavCrlLockTable) == 20);
-#endif
-
 namespace {
 
 constexpr uint32_t kSliceMs = 5000;
 constexpr uint32_t kTracebackSize = 512;
-constexpr uint32_t kFailed = qav::kInvalidCall;
 
 // Named-lock status results are unsigned; the take's -1 reads as 0xFFFFFFFF.
 int PushLockResult(lua_State *state, QavCommLock *lock) {
@@ -44,45 +37,69 @@ int PushUnlockResult(lua_State *state, QavCommLock *lock) {
     return qav::ReturnUInt(state, QAV_LuaCommUnLock(lock));
 }
 
-// The download, NV patch and patch-debug locks are created the same way; only the patch-debug
-// one keeps a mutex it already has.
-bool CreateSessionLock(QavSessionLockTable *table, const char *semaName, qav::MutexMode mode) {
-    if (!qav::CreateCommLock(&table->lock, semaName, mode, true)) return false;
-    table->startTime = 0;
-    table->sessionId = 0;
-    table->initFlag = 1;
+// The download, NV patch and patch-debug locks (session_locks.def) are created the same way; only
+// the patch-debug one keeps a mutex it already has, and only its create function does nothing
+// once the lock exists. The others are not guarded against a second call: it makes a new
+// semaphore over the old one.
+struct SessionLock {
+    QavSessionLockTable *table;
+    const char *semaName;
+    qav::MutexMode mode;
+    bool createOnce;
+};
+constexpr SessionLock kDownloadLock{&g_stDownLoadLockTable, "downloadlocksema", qav::MutexMode::Fresh, false};
+constexpr SessionLock kNvPatchLock{&g_stNvPatchLockTable, "nvpatlocksema", qav::MutexMode::Fresh, false};
+constexpr SessionLock kPatchDebugLock{&g_stPatchDbgLockTable, "patdbglocksema", qav::MutexMode::KeepExisting,
+                                      true};
+
+bool CreateSessionLock(const SessionLock &lock) {
+    if (!qav::CreateCommLock(&lock.table->lock, lock.semaName, lock.mode, true)) return false;
+    lock.table->startTime = 0;
+    lock.table->sessionId = 0;
+    lock.table->initFlag = 1;
     return true;
 }
 
-int PushSessionLockInfo(lua_State *state, const QavSessionLockTable *table) {
-    if (!qav::ArgCountIs(state, 1) || SYSDT_SPTI_IsTable(state, 1) == 0)
-        return qav::ReturnUInt(state, kFailed);
-    SYSDT_SPTI_PushUInt(state, table->sessionId);
+int PushSessionLockCreation(lua_State *state, const SessionLock &lock) {
+    if (lock.createOnce && lock.table->initFlag == 1) return qav::ReturnUInt(state, qav::kOk);
+    return qav::ReturnUInt(state, CreateSessionLock(lock) ? qav::kOk : qav::kInvalidCall);
+}
+
+int PushSessionLockInfo(lua_State *state, const SessionLock &lock) {
+    if (!qav::ArgsMatch(state, "t")) return qav::ReturnUInt(state, qav::kInvalidCall);
+    SYSDT_SPTI_PushUInt(state, lock.table->sessionId);
     SYSDT_SPTI_SetField(state, 1, "sessionId");
-    SYSDT_SPTI_PushUInt(state, table->startTime);
+    SYSDT_SPTI_PushUInt(state, lock.table->startTime);
     SYSDT_SPTI_SetField(state, 1, "startTime");
     return qav::ReturnUInt(state, qav::kOk);
 }
 
 // The caller is expected to hold the lock while it writes the info; the set takes none.
-int StoreSessionLockInfo(lua_State *state, QavSessionLockTable *table) {
-    if (!qav::ArgCountIs(state, 1) || SYSDT_SPTI_IsTable(state, 1) == 0)
-        return qav::ReturnUInt(state, kFailed);
-    table->sessionId = qav::FieldUInt(state, 1, "sessionId");
-    table->startTime = qav::FieldUInt(state, 1, "startTime");
+int StoreSessionLockInfo(lua_State *state, const SessionLock &lock) {
+    if (!qav::ArgsMatch(state, "t")) return qav::ReturnUInt(state, qav::kInvalidCall);
+    lock.table->sessionId = qav::FieldUInt(state, 1, "sessionId");
+    lock.table->startTime = qav::FieldUInt(state, 1, "startTime");
     return qav::ReturnUInt(state, qav::kOk);
 }
 
-int ForgetSessionHolder(lua_State *state, QavSessionLockTable *table) {
-    table->startTime = 0;
-    table->sessionId = 0;
+// Destroy forgets the holder's lock-info; the lock itself stays.
+int ForgetSessionHolder(lua_State *state, const SessionLock &lock) {
+    lock.table->startTime = 0;
+    lock.table->sessionId = 0;
     return qav::ReturnUInt(state, qav::kOk);
+}
+
+// The patch lock-info for the two info functions, whose one argument is a table; null for any other
+// call or when the traceback buffer cannot be had.
+QavPatLockInfo *PatchLockInfoOf(lua_State *state) {
+    if (!qav::ArgsMatch(state, "t")) return nullptr;
+    QavPatLockInfo *info = nullptr;
+    QAV_PatchLockAddrGet(&info);
+    return info;
 }
 
 int PushInitFlag(lua_State *state, uint32_t initFlag) {
-    SYSDT_SPTI_PushUInt(state, qav::kOk);
-    SYSDT_SPTI_PushUInt(state, initFlag);
-    return 2;
+    return qav::ReturnUIntPair(state, qav::kOk, initFlag);
 }
 
 // Serialises the lazy creation of the CRL lock between script states that take it for the
@@ -150,13 +167,11 @@ uint32_t QAV_LuaCommUnLock(QavCommLock *record) {
 void QAV_PatchLockAddrGet(QavPatLockInfo **out) {
     QavPatLockInfo *info = &g_stPatchLockTable.info;
     if (info->traceback == nullptr) {
-        auto *buffer = static_cast<char *>(
-            ZAK_Malloc_F(g_pLocaHandleQav, g_aucZakMemPt, kTracebackSize, qav::kSourceTag, __LINE__));
+        auto *buffer = static_cast<char *>(qav::PlatformAllocZeroed(kTracebackSize));
         if (buffer == nullptr) {
             *out = nullptr;
             return;
         }
-        (void)memset_s(buffer, kTracebackSize, 0, kTracebackSize);
         info->traceback = buffer;
         info->startTime = 0;
         info->sessionId = 0;
@@ -184,72 +199,15 @@ int32_t QAV_CrlLockInit(void) {
 
 // ---- Lock and unlock ---------------------------------------------------------------------------
 
-QAV_ENTRY_FUNCTION QAV_luaPatchLock_lock(lua_State *state) {
-    return PushLockResult(state, &g_stPatchLockTable.lock);
-}
-QAV_ENTRY_FUNCTION QAV_luaPatchLock_unlock(lua_State *state) {
-    return PushUnlockResult(state, &g_stPatchLockTable.lock);
-}
-QAV_ENTRY_FUNCTION QAV_LuaDownLoad_lock(lua_State *state) {
-    return PushLockResult(state, &g_stDownLoadLockTable.lock);
-}
-QAV_ENTRY_FUNCTION QAV_LuaDownLoad_unlock(lua_State *state) {
-    return PushUnlockResult(state, &g_stDownLoadLockTable.lock);
-}
-QAV_ENTRY_FUNCTION QAV_LuaNvPat_lock(lua_State *state) {
-    return PushLockResult(state, &g_stNvPatchLockTable.lock);
-}
-QAV_ENTRY_FUNCTION QAV_LuaNvPat_unlock(lua_State *state) {
-    return PushUnlockResult(state, &g_stNvPatchLockTable.lock);
-}
-QAV_ENTRY_FUNCTION QAV_LuaPatDbg_lock(lua_State *state) {
-    return PushLockResult(state, &g_stPatchDbgLockTable.lock);
-}
-QAV_ENTRY_FUNCTION QAV_LuaPatDbg_unlock(lua_State *state) {
-    return PushUnlockResult(state, &g_stPatchDbgLockTable.lock);
-}
-QAV_ENTRY_FUNCTION QAV_luaCollectLogLock_lock(lua_State *state) {
-    return PushLockResult(state, &g_stCollectLogLockTable.lock);
-}
-QAV_ENTRY_FUNCTION QAV_luaCollectLogLock_unlock(lua_State *state) {
-    return PushUnlockResult(state, &g_stCollectLogLockTable.lock);
-}
-QAV_ENTRY_FUNCTION QAV_luaPatchErrTblLock_lock(lua_State *state) {
-    return PushLockResult(state, &g_stPatchErrTable.lock);
-}
-QAV_ENTRY_FUNCTION QAV_luaPatchErrTblLock_unlock(lua_State *state) {
-    return PushUnlockResult(state, &g_stPatchErrTable.lock);
-}
-QAV_ENTRY_FUNCTION QAV_luaFlhSyncTblLock_lock(lua_State *state) {
-    return PushLockResult(state, &g_stFlhSyncTable.lock);
-}
-QAV_ENTRY_FUNCTION QAV_luaFlhSyncTblLock_unlock(lua_State *state) {
-    return PushUnlockResult(state, &g_stFlhSyncTable.lock);
-}
-QAV_ENTRY_FUNCTION QAV_luaLoadPatchTblLock_lock(lua_State *state) {
-    return PushLockResult(state, &g_stLoadPatchTable.lock);
-}
-QAV_ENTRY_FUNCTION QAV_luaLoadPatchTblLock_unlock(lua_State *state) {
-    return PushUnlockResult(state, &g_stLoadPatchTable.lock);
-}
-QAV_ENTRY_FUNCTION QAV_NtpGetUCastLock(lua_State *state) {
-    return PushLockResult(state, &g_stNTPUCastTable.lock);
-}
-QAV_ENTRY_FUNCTION QAV_NtpGetUCastUnlock(lua_State *state) {
-    return PushUnlockResult(state, &g_stNTPUCastTable.lock);
-}
-QAV_ENTRY_FUNCTION QAV_TpmReportTableLock(lua_State *state) {
-    return PushLockResult(state, &g_stTpmReportTable.lock);
-}
-QAV_ENTRY_FUNCTION QAV_TpmReportTableUnlock(lua_State *state) {
-    return PushUnlockResult(state, &g_stTpmReportTable.lock);
-}
-QAV_ENTRY_FUNCTION QAV_TpmStatusTableLock(lua_State *state) {
-    return PushLockResult(state, &g_stTpmStatusTable.lock);
-}
-QAV_ENTRY_FUNCTION QAV_TpmStatusTableUnlock(lua_State *state) {
-    return PushUnlockResult(state, &g_stTpmStatusTable.lock);
-}
+#define QAV_NAMED_LOCK(take, release, lock)                                                                  \
+    QAV_ENTRY_FUNCTION take(lua_State *state) {                                                              \
+        return PushLockResult(state, &lock);                                                                 \
+    }                                                                                                        \
+    QAV_ENTRY_FUNCTION release(lua_State *state) {                                                           \
+        return PushUnlockResult(state, &lock);                                                               \
+    }
+#include "state/named_locks.def"
+#undef QAV_NAMED_LOCK
 
 // The CRL lock is the one pair that logs, and the one lock created by its first take.
 QAV_ENTRY_FUNCTION QAV_luaCrlLock_lock(lua_State *state) {
@@ -274,7 +232,7 @@ QAV_ENTRY_FUNCTION QAV_luaCrlLock_unlock(lua_State *state) {
         return 1;
     }
     if (CrlInitFlag() == 0) {
-        SYSDT_SPTI_PushUInt(state, kFailed);
+        SYSDT_SPTI_PushUInt(state, qav::kInvalidCall);
         RPM_LogToFile(qav::kUpgradeLogId, qav::kLogFailure, "Crl lock is not created");
         return 1;
     }
@@ -288,13 +246,13 @@ QAV_ENTRY_FUNCTION QAV_luaCrlLock_unlock(lua_State *state) {
 QAV_ENTRY_FUNCTION QAV_PatLockInit(lua_State *state) {
     QavCommLock *lock = &g_stPatchLockTable.lock;
     if (!qav::CreateCommLock(lock, "patlocksema", qav::MutexMode::Fresh, true))
-        return qav::ReturnUInt(state, kFailed);
+        return qav::ReturnUInt(state, qav::kInvalidCall);
     QavPatLockInfo *info = nullptr;
     QAV_PatchLockAddrGet(&info);
     if (info == nullptr) {
         (void)NUK_MutexDestroy(lock->mutex);
         (void)NUK_SemaDelete(lock->semaId);
-        return qav::ReturnUInt(state, kFailed);
+        return qav::ReturnUInt(state, qav::kInvalidCall);
     }
     (void)memset_s(info->traceback, kTracebackSize, 0, kTracebackSize);
     info->startTime = 0;
@@ -303,28 +261,11 @@ QAV_ENTRY_FUNCTION QAV_PatLockInit(lua_State *state) {
     return qav::ReturnUInt(state, qav::kOk);
 }
 
-// Not guarded against a second call: it makes a new semaphore over the old one.
-QAV_ENTRY_FUNCTION QAV_DownLoadLockInit(lua_State *state) {
-    bool ok = CreateSessionLock(&g_stDownLoadLockTable, "downloadlocksema", qav::MutexMode::Fresh);
-    return qav::ReturnUInt(state, ok ? qav::kOk : kFailed);
-}
-
-QAV_ENTRY_FUNCTION QAV_NvPatLockInit(lua_State *state) {
-    bool ok = CreateSessionLock(&g_stNvPatchLockTable, "nvpatlocksema", qav::MutexMode::Fresh);
-    return qav::ReturnUInt(state, ok ? qav::kOk : kFailed);
-}
-
-QAV_ENTRY_FUNCTION QAV_PatDbgLockInit(lua_State *state) {
-    if (g_stPatchDbgLockTable.initFlag == 1) return qav::ReturnUInt(state, qav::kOk);
-    bool ok = CreateSessionLock(&g_stPatchDbgLockTable, "patdbglocksema", qav::MutexMode::KeepExisting);
-    return qav::ReturnUInt(state, ok ? qav::kOk : kFailed);
-}
-
 QAV_ENTRY_FUNCTION QAV_CollectLogLockInit(lua_State *state) {
     // A failed semaphore leaves the new mutex in place.
     if (!qav::CreateCommLock(&g_stCollectLogLockTable.lock, "collectloglocksema", qav::MutexMode::Fresh,
                              false))
-        return qav::ReturnUInt(state, kFailed);
+        return qav::ReturnUInt(state, qav::kInvalidCall);
     g_stCollectLogLockTable.initFlag = 1;
     g_stCollectLogLockTable.info = 0;
     return qav::ReturnUInt(state, qav::kOk);
@@ -352,12 +293,11 @@ QAV_ENTRY_FUNCTION QAV_LuaTableInit(lua_State *state) {
         g_stLoadPatchTable.count = 0;
         qav::KeepDropped(g_stLoadPatchTable.records);
         g_stLoadPatchTable.records = nullptr;
-        ok = CreateSessionLock(&g_stDownLoadLockTable, "downloadlocksema", MutexMode::Fresh) &&
-             CreateSessionLock(&g_stNvPatchLockTable, "nvpatlocksema", MutexMode::Fresh) &&
-             CreateSessionLock(&g_stPatchDbgLockTable, "patdbglocksema", MutexMode::KeepExisting) &&
+        ok = CreateSessionLock(kDownloadLock) && CreateSessionLock(kNvPatchLock) &&
+             CreateSessionLock(kPatchDebugLock) &&
              qav::CreateCommLock(&g_stNTPUCastTable.lock, "ntpucastsema", MutexMode::Fresh, true);
     }
-    if (!ok) return qav::ReturnUInt(state, kFailed);
+    if (!ok) return qav::ReturnUInt(state, qav::kInvalidCall);
     qav::DListInit(&g_stNTPUCastTable.entries);
     SYSDT_SPTI_PushUInt(state, qav::kOk);
     // Two results declared for the one pushed: the scripts read the value below as the second.
@@ -377,6 +317,27 @@ QAV_ENTRY_FUNCTION QAV_SU_LuaTableInit(lua_State *) {
     return 0;
 }
 
+// ---- The session locks ---------------------------------------------------------------------------
+
+#define QAV_SESSION_LOCK(lock, create, destroy, queryInitFlag, queryInfo, setInfo)                           \
+    QAV_ENTRY_FUNCTION create(lua_State *state) {                                                            \
+        return PushSessionLockCreation(state, lock);                                                         \
+    }                                                                                                        \
+    QAV_ENTRY_FUNCTION destroy(lua_State *state) {                                                           \
+        return ForgetSessionHolder(state, lock);                                                             \
+    }                                                                                                        \
+    QAV_ENTRY_FUNCTION queryInitFlag(lua_State *state) {                                                     \
+        return PushInitFlag(state, lock.table->initFlag);                                                    \
+    }                                                                                                        \
+    QAV_ENTRY_FUNCTION queryInfo(lua_State *state) {                                                         \
+        return PushSessionLockInfo(state, lock);                                                             \
+    }                                                                                                        \
+    QAV_ENTRY_FUNCTION setInfo(lua_State *state) {                                                           \
+        return StoreSessionLockInfo(state, lock);                                                            \
+    }
+#include "state/session_locks.def"
+#undef QAV_SESSION_LOCK
+
 // ---- Destroy: forgets the holder's lock-info; the lock itself stays ------------------------------
 
 QAV_ENTRY_FUNCTION QAV_PatLockDestroy(lua_State *state) {
@@ -384,19 +345,12 @@ QAV_ENTRY_FUNCTION QAV_PatLockDestroy(lua_State *state) {
     info->startTime = 0;
     info->sessionId = 0;
     if (info->traceback != nullptr) {
+        // NUK_MemFree is the platform allocator's short free: it takes ZAK_Malloc_F blocks such as
+        // this one, and the destroy has always given the buffer back through it.
         (void)NUK_MemFree(info->traceback);
         info->traceback = nullptr;
     }
     return qav::ReturnUInt(state, qav::kOk);
-}
-QAV_ENTRY_FUNCTION QAV_DownloadLockDestroy(lua_State *state) {
-    return ForgetSessionHolder(state, &g_stDownLoadLockTable);
-}
-QAV_ENTRY_FUNCTION QAV_NvPatLockDestroy(lua_State *state) {
-    return ForgetSessionHolder(state, &g_stNvPatchLockTable);
-}
-QAV_ENTRY_FUNCTION QAV_PatDbgLockDestroy(lua_State *state) {
-    return ForgetSessionHolder(state, &g_stPatchDbgLockTable);
 }
 QAV_ENTRY_FUNCTION QAV_CollectLogLockDestroy(lua_State *state) {
     g_stCollectLogLockTable.info = 0;
@@ -409,15 +363,6 @@ QAV_ENTRY_FUNCTION QAV_QueryPatLockInitFlag(lua_State *state) {
     PushInitFlag(state, g_stPatchLockTable.initFlag);
     SYSDT_SPTI_PushUInt(state, g_stPatchLockTable.autoLoadLock);
     return 3;
-}
-QAV_ENTRY_FUNCTION QAV_QueryDownloadLockInitFlag(lua_State *state) {
-    return PushInitFlag(state, g_stDownLoadLockTable.initFlag);
-}
-QAV_ENTRY_FUNCTION QAV_QueryNvPatLockInitFlag(lua_State *state) {
-    return PushInitFlag(state, g_stNvPatchLockTable.initFlag);
-}
-QAV_ENTRY_FUNCTION QAV_QueryPatDbgLockInitFlag(lua_State *state) {
-    return PushInitFlag(state, g_stPatchDbgLockTable.initFlag);
 }
 QAV_ENTRY_FUNCTION QAV_QueryCollectLogLockInitFlag(lua_State *state) {
     return PushInitFlag(state, g_stCollectLogLockTable.initFlag);
@@ -433,42 +378,18 @@ QAV_ENTRY_FUNCTION QAV_PatSetLoadLock(lua_State *state) {
 
 // ---- Lock-info -----------------------------------------------------------------------------------
 
-QAV_ENTRY_FUNCTION QAV_QueryDownLoadLockInfo(lua_State *state) {
-    return PushSessionLockInfo(state, &g_stDownLoadLockTable);
-}
-QAV_ENTRY_FUNCTION QAV_SetDownloadLockInfo(lua_State *state) {
-    return StoreSessionLockInfo(state, &g_stDownLoadLockTable);
-}
-QAV_ENTRY_FUNCTION QAV_QueryNvPatLockInfo(lua_State *state) {
-    return PushSessionLockInfo(state, &g_stNvPatchLockTable);
-}
-QAV_ENTRY_FUNCTION QAV_SetNvPatLockInfo(lua_State *state) {
-    return StoreSessionLockInfo(state, &g_stNvPatchLockTable);
-}
-QAV_ENTRY_FUNCTION QAV_QueryPatDbgLockInfo(lua_State *state) {
-    return PushSessionLockInfo(state, &g_stPatchDbgLockTable);
-}
-QAV_ENTRY_FUNCTION QAV_SetPatDbgLockInfo(lua_State *state) {
-    return StoreSessionLockInfo(state, &g_stPatchDbgLockTable);
-}
-
 QAV_ENTRY_FUNCTION QAV_QueryCollectLogLockInfo(lua_State *state) {
-    SYSDT_SPTI_PushUInt(state, qav::kOk);
-    SYSDT_SPTI_PushUInt(state, g_stCollectLogLockTable.info);
-    return 2;
+    return qav::ReturnUIntPair(state, qav::kOk, g_stCollectLogLockTable.info);
 }
 QAV_ENTRY_FUNCTION QAV_SetCollectLogLockInfo(lua_State *state) {
-    if (!qav::ArgCountIs(state, 1)) return qav::ReturnUInt(state, kFailed);
+    if (!qav::ArgsMatch(state, ".")) return qav::ReturnUInt(state, qav::kInvalidCall);
     g_stCollectLogLockTable.info = SYSDT_SPTI_ToUInt(state, 1);
     return qav::ReturnUInt(state, qav::kOk);
 }
 
 QAV_ENTRY_FUNCTION QAV_QueryPatLockInfo(lua_State *state) {
-    if (!qav::ArgCountIs(state, 1) || SYSDT_SPTI_IsTable(state, 1) == 0)
-        return qav::ReturnUInt(state, kFailed);
-    QavPatLockInfo *info = nullptr;
-    QAV_PatchLockAddrGet(&info);
-    if (info == nullptr) return qav::ReturnUInt(state, kFailed);
+    QavPatLockInfo *info = PatchLockInfoOf(state);
+    if (info == nullptr) return qav::ReturnUInt(state, qav::kInvalidCall);
     SYSDT_SPTI_PushUInt(state, info->sessionId);
     SYSDT_SPTI_SetField(state, 1, "sessionId");
     SYSDT_SPTI_PushUInt(state, info->startTime);
@@ -480,18 +401,15 @@ QAV_ENTRY_FUNCTION QAV_QueryPatLockInfo(lua_State *state) {
 }
 
 QAV_ENTRY_FUNCTION QAV_SetPatLockInfo(lua_State *state) {
-    if (!qav::ArgCountIs(state, 1) || SYSDT_SPTI_IsTable(state, 1) == 0)
-        return qav::ReturnUInt(state, kFailed);
-    QavPatLockInfo *info = nullptr;
-    QAV_PatchLockAddrGet(&info);
-    if (info == nullptr) return qav::ReturnUInt(state, kFailed);
+    QavPatLockInfo *info = PatchLockInfoOf(state);
+    if (info == nullptr) return qav::ReturnUInt(state, qav::kInvalidCall);
     info->sessionId = qav::FieldUInt(state, 1, "sessionId");
     SYSDT_SPTI_GetField(state, 1, "startTime");
     info->startTime = SYSDT_SPTI_ToUInt(state, -1);
     // The traceback keeps the text of the startTime value still on the stack, not the
     // "traceback" field: the patch scripts read it back that way.
     const char *text = SYSDT_SPTI_ToString(state, -1);
-    if (info->traceback == nullptr || text == nullptr) return qav::ReturnUInt(state, kFailed);
+    if (info->traceback == nullptr || text == nullptr) return qav::ReturnUInt(state, qav::kInvalidCall);
     SYSDT_SPTI_GetField(state, 1, "traceback");
     (void)strncpy_s(info->traceback, kTracebackSize, text, kTracebackSize - 1);
     return qav::ReturnUInt(state, qav::kOk);

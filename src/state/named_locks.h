@@ -21,6 +21,7 @@ typedef struct QavPatchLockTable {
     QavPatLockInfo info;
     uint32_t autoLoadLock; // plain marker, nothing waits on it
 } QavPatchLockTable;
+QAV_DEVICE_LAYOUT(QavPatchLockTable, 36)
 
 // The download, NV patch and patch-debug tables.
 typedef struct QavSessionLockTable {
@@ -31,6 +32,7 @@ typedef struct QavSessionLockTable {
     uint32_t initFlag;
     uint32_t reserved2;
 } QavSessionLockTable;
+QAV_DEVICE_LAYOUT(QavSessionLockTable, 32)
 
 typedef struct QavCollectLogLockTable {
     QavCommLock lock;
@@ -38,12 +40,14 @@ typedef struct QavCollectLogLockTable {
     uint32_t initFlag;
     uint32_t info;
 } QavCollectLogLockTable;
+QAV_DEVICE_LAYOUT(QavCollectLogLockTable, 24)
 
 typedef struct QavCrlLockTable {
     uint32_t initFlag;
     QavCommLock lock;
     uint32_t reserved;
 } QavCrlLockTable;
+QAV_DEVICE_LAYOUT(QavCrlLockTable, 20)
 
 extern QavPatchLockTable g_stPatchLockTable;
 extern QavSessionLockTable g_stDownLoadLockTable;

@@ -10,9 +10,7 @@ extern "C" {
 QavNtpUCastTable g_stNTPUCastTable;
 }
 
-#if UINTPTR_MAX == 0xFFFFFFFF
-static_assert(sizeof(QavNtpUCastTable) == 24);
-#endif
+QAV_DEVICE_LAYOUT(QavNtpUCastTable, 24)
 
 namespace {
 
@@ -89,7 +87,7 @@ QAV_ENTRY_FUNCTION QAV_NtpSetUCastInfo(lua_State *state) {
 }
 
 QAV_ENTRY_FUNCTION QAV_NtpGetUCastInfo(lua_State *state) {
-    if (!qav::ArgCountIs(state, 1) || SYSDT_SPTI_IsString(state, 1) == 0) return qav::ReturnInt(state, -1);
+    if (!qav::ArgsMatch(state, "s")) return qav::ReturnInt(state, -1);
     NtpData wanted{};
     const char *name = SYSDT_SPTI_ToString(state, 1);
     if (name == nullptr) return qav::ReturnInt(state, -1);

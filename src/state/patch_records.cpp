@@ -2,9 +2,9 @@
 // layout, capacity and a few set rules, so one group writer and one group reader serve them all.
 #include "state/patch_records.h"
 
-#include <cstdlib>
 #include <cstring>
 
+#include "binding/memory.h"
 #include "binding/script_frame.h"
 #include "securec.h"
 
@@ -14,15 +14,8 @@ QavFlhSyncTable g_stFlhSyncTable;
 QavLoadPatchTable g_stLoadPatchTable;
 }
 
-#if UINTPTR_MAX == 0xFFFFFFFF
-static_assert(sizeof(QavPatchErrTable) == 28);
-static_assert(sizeof(QavFlhSyncTable) == 24);
-static_assert(sizeof(QavLoadPatchTable) == 24);
-#endif
-
 namespace {
 
-constexpr uint32_t kFailed = qav::kInvalidCall;
 constexpr uint32_t kTextSize = 256;
 constexpr uint32_t kPatchErrFirstAllocation = 200;
 constexpr uint32_t kFlhSyncCapacity = 1000;
@@ -56,8 +49,8 @@ uint32_t g_patchErrAllocated = 0;
 void *EnsureBuffer(void **buffer, uint32_t *count, uint32_t records, uint32_t recordSize, bool zeroed,
                    uint32_t *allocated) {
     if (*buffer == nullptr) {
-        void *fresh =
-            zeroed ? calloc(records, recordSize) : malloc(static_cast<size_t>(records) * recordSize);
+        void *fresh = zeroed ? qav::HeapAllocZeroed(records, recordSize)
+                             : qav::HeapAlloc(static_cast<size_t>(records) * recordSize);
         if (fresh == nullptr) return nullptr;
         *buffer = fresh;
         *count = 0;
@@ -157,18 +150,17 @@ enum class BadArguments { EmptyTable, KeepTable };
 
 // Set by group: the count first, then the groups table.
 int SetByGroup(lua_State *state, const RecordTable &table, BadArguments onBad, bool rejectAboveCapacity) {
-    bool argsOk =
-        qav::ArgCountIs(state, 2) && SYSDT_SPTI_IsNumber(state, 1) != 0 && SYSDT_SPTI_IsTable(state, 2) != 0;
+    bool argsOk = qav::ArgsMatch(state, "nt");
     uint32_t n = argsOk ? static_cast<uint32_t>(SYSDT_SPTI_ToInt(state, 1)) : 0;
     if (!argsOk || (rejectAboveCapacity && n > table.capacity())) {
         if (onBad == BadArguments::EmptyTable) *table.count = 0;
-        return qav::ReturnUInt(state, kFailed);
+        return qav::ReturnUInt(state, qav::kInvalidCall);
     }
     void *buffer = nullptr;
     if (n == 0) {
         uint32_t zero = 0;
         table.addrProc(1, &zero, &buffer);
-        if (buffer == nullptr) return qav::ReturnUInt(state, kFailed);
+        if (buffer == nullptr) return qav::ReturnUInt(state, qav::kInvalidCall);
         ZeroRecords(table, buffer, table.capacity());
         return qav::ReturnUInt(state, qav::kOk);
     }
@@ -177,7 +169,7 @@ int SetByGroup(lua_State *state, const RecordTable &table, BadArguments onBad, b
     table.addrProc(1, &n, &buffer);
     if (buffer == nullptr) {
         *table.count = 0;
-        return qav::ReturnUInt(state, kFailed);
+        return qav::ReturnUInt(state, qav::kInvalidCall);
     }
     uint32_t limit = Min(Min(n, table.capacity()), table.allocatedCount());
     uint32_t recordSize = table.layout.RecordSize();
@@ -189,7 +181,7 @@ int SetByGroup(lua_State *state, const RecordTable &table, BadArguments onBad, b
         SYSDT_SPTI_Pop(state, 1);
         if (!ok) {
             *table.count = i; // the groups already written stay
-            return qav::ReturnUInt(state, kFailed);
+            return qav::ReturnUInt(state, qav::kInvalidCall);
         }
     }
     return qav::ReturnUInt(state, qav::kOk);
@@ -218,7 +210,7 @@ int QueryByGroup(lua_State *state, const RecordTable &table) {
     uint32_t count = 0;
     void *buffer = nullptr;
     table.addrProc(0, &count, &buffer);
-    if (buffer == nullptr) return qav::ReturnUInt(state, kFailed);
+    if (buffer == nullptr) return qav::ReturnUInt(state, qav::kInvalidCall);
     SYSDT_SPTI_PushUInt(state, qav::kOk);
     qav::TableBuilder groups{state};
     // The stored count is used as it is; only the allocation bounds what can be read.
@@ -233,12 +225,6 @@ int QueryByGroup(lua_State *state, const RecordTable &table) {
             PushItem(state, table.layout, record, item);
         SYSDT_SPTI_SetTable(state, groups.index);
     }
-    return 2;
-}
-
-int PushCount(lua_State *state, uint32_t value) {
-    SYSDT_SPTI_PushUInt(state, qav::kOk);
-    SYSDT_SPTI_PushUInt(state, value);
     return 2;
 }
 
@@ -271,7 +257,7 @@ uint32_t QAV_GetLoadPatchNum(void) {
 void QAV_SetPatchErrMaxNum(uint32_t n) {
     if (n > g_stPatchErrTable.maxNum) {
         size_t recordSize = kPatchErrLayout.RecordSize();
-        void *grown = calloc(n, recordSize);
+        void *grown = qav::HeapAllocZeroed(n, recordSize);
         if (grown == nullptr) return;
         void *old = g_stPatchErrTable.records;
         size_t bytes = static_cast<size_t>(g_stPatchErrTable.count) * recordSize;
@@ -279,11 +265,11 @@ void QAV_SetPatchErrMaxNum(uint32_t n) {
             // A count beyond what the old buffer holds cannot be copied: the growth fails.
             if (g_stPatchErrTable.count > g_patchErrAllocated ||
                 memcpy_s(grown, static_cast<size_t>(n) * recordSize, old, bytes) != EOK) {
-                free(grown);
+                qav::HeapFree(grown);
                 return;
             }
         }
-        free(old);
+        qav::HeapFree(old);
         g_stPatchErrTable.records = grown;
         g_patchErrAllocated = n;
     }
@@ -328,17 +314,16 @@ QAV_ENTRY_FUNCTION QAV_CleanLoadPatInfoByGroup(lua_State *) {
 }
 
 QAV_ENTRY_FUNCTION QAV_QueryPatErrTableNum(lua_State *state) {
-    return PushCount(state, QAV_GetPatchErrMaxNum());
+    return qav::ReturnUIntPair(state, qav::kOk, QAV_GetPatchErrMaxNum());
 }
 QAV_ENTRY_FUNCTION QAV_SetPatErrTableNum(lua_State *state) {
-    if (!qav::ArgCountIs(state, 1) || SYSDT_SPTI_IsNumber(state, 1) == 0)
-        return qav::ReturnUInt(state, qav::kFailed);
+    if (!qav::ArgsMatch(state, "n")) return qav::ReturnUInt(state, qav::kFailed);
     QAV_SetPatchErrMaxNum(SYSDT_SPTI_ToUInt(state, 1));
     return qav::ReturnUInt(state, qav::kOk);
 }
 QAV_ENTRY_FUNCTION QAV_QueryFlhSyncRecordNum(lua_State *state) {
-    return PushCount(state, QAV_GetFlhSyncNum());
+    return qav::ReturnUIntPair(state, qav::kOk, QAV_GetFlhSyncNum());
 }
 QAV_ENTRY_FUNCTION QAV_QueryLoadPatchRecordNum(lua_State *state) {
-    return PushCount(state, QAV_GetLoadPatchNum());
+    return qav::ReturnUIntPair(state, qav::kOk, QAV_GetLoadPatchNum());
 }

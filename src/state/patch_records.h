@@ -15,6 +15,7 @@ typedef struct QavPatchErrTable {
     uint32_t unused; // zeroed at init
     void *records;
 } QavPatchErrTable;
+QAV_DEVICE_LAYOUT(QavPatchErrTable, 28)
 
 typedef struct QavFlhSyncTable {
     QavCommLock lock;
@@ -22,6 +23,7 @@ typedef struct QavFlhSyncTable {
     uint32_t count;
     void *records;
 } QavFlhSyncTable;
+QAV_DEVICE_LAYOUT(QavFlhSyncTable, 24)
 
 typedef struct QavLoadPatchTable {
     uint32_t count;
@@ -29,6 +31,7 @@ typedef struct QavLoadPatchTable {
     uint32_t reserved;
     void *records;
 } QavLoadPatchTable;
+QAV_DEVICE_LAYOUT(QavLoadPatchTable, 24)
 
 extern QavPatchErrTable g_stPatchErrTable;
 extern QavFlhSyncTable g_stFlhSyncTable;

@@ -10,6 +10,7 @@
 
 #include "securec.h"
 
+#include "binding/memory.h"
 #include "binding/script_frame.h"
 #include "state/dlist.h"
 
@@ -37,8 +38,7 @@ template <typename Node, typename Traits> class SortedSweepList {
             hint_ = pos;
             return NodeOf(pos);
         }
-        auto *node = static_cast<Node *>(
-            ZAK_Malloc_F(g_pLocaHandleQav, g_aucZakMemPt, sizeof(Node), kSourceTag, __LINE__));
+        auto *node = static_cast<Node *>(PlatformAlloc(sizeof(Node)));
         if (node == nullptr) return nullptr;
         *node = Node{};
         // The key goes in at once: the index orders nodes by it.
@@ -57,7 +57,7 @@ template <typename Node, typename Traits> class SortedSweepList {
             Node *node = NodeOf(pos);
             if (node->availFlag == 0) {
                 DListUnlink(pos);
-                (void)ZAK_Free_F(node, kSourceTag, __LINE__);
+                PlatformFree(node);
             } else {
                 node->availFlag = 0;
             }

@@ -24,7 +24,7 @@ void QAV_SetSWMLock(uint32_t lockTime, uint32_t agingTime) {
 }
 
 QAV_ENTRY_FUNCTION QAV_SWMLock(lua_State *state) {
-    if (!qav::ArgCountIs(state, 1)) return qav::ReturnUInt(state, 1);
+    if (!qav::ArgsMatch(state, ".")) return qav::ReturnUInt(state, qav::kFailed);
     uint32_t agingTime = SYSDT_SPTI_ToUInt(state, 1);
     uint32_t now = 0;
     if (QAV_GetSysTime(&now) != 0) return qav::ReturnUInt(state, 1);

@@ -16,9 +16,7 @@ QavTpmQueryTable g_stTpmReportTable;
 QavTpmQueryTable g_stTpmStatusTable;
 }
 
-#if UINTPTR_MAX == 0xFFFFFFFF
-static_assert(sizeof(QavTpmQueryTable) == 36);
-#endif
+QAV_DEVICE_LAYOUT(QavTpmQueryTable, 36)
 
 namespace qav {
 

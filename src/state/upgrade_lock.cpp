@@ -6,15 +6,15 @@
 #include <cstring>
 #include <ctime>
 
+#include "binding/memory.h"
 #include "binding/script_frame.h"
 #include "os_env.h"
 #include "securec.h"
+#include "state/comm_lock.h"
 #include "state/dropped_memory.h"
 
-#if UINTPTR_MAX == 0xFFFFFFFF
-// The exported record keeps the device's layout: three words and the list (two links, a count).
-static_assert(sizeof(QavUpgradeLock) == 24);
-#endif
+// Three words and the list (two links, a count).
+QAV_DEVICE_LAYOUT(QavUpgradeLock, 24)
 
 extern "C" {
 QavUpgradeLock g_stUpgradeLock;
@@ -25,14 +25,12 @@ const char cVmSpliter = '"';
 
 namespace {
 
-constexpr uint32_t kIdle = 0;
-constexpr uint32_t kWriteLocked = 1;
-constexpr uint32_t kReadLocked = 2;
-constexpr uint32_t kWriteType = 1;
-constexpr uint32_t kReadType = 2;
-constexpr uint32_t kBusy = 2;
-constexpr uint32_t kNoVmList = 3;
-constexpr uint32_t kMismatch = 0xFFFFFFFF;
+// The lock record's state, and the kind of hold a script asks for.
+enum LockState : uint32_t { kIdle = 0, kWriteLocked = 1, kReadLocked = 2 };
+enum LockType : uint32_t { kWriteType = 1, kReadType = 2 };
+using qav::state::kUpgradeLockBusy;
+using qav::state::kUpgradeLockMismatch;
+using qav::state::kUpgradeLockNoVmList;
 // A token (a name with the separators on both sides) is compared in a 13-byte buffer.
 constexpr size_t kTokenBuffer = 13;
 
@@ -63,8 +61,8 @@ VmLockNode *NodeOf(SLL_NODE *link) {
 
 void FreeVmNode(SLL_NODE *link) {
     VmLockNode *node = NodeOf(link);
-    (void)ZAK_Free_F(node->vmList, qav::kSourceTag, __LINE__);
-    (void)ZAK_Free_F(node, qav::kSourceTag, __LINE__);
+    qav::PlatformFree(node->vmList);
+    qav::PlatformFree(node);
 }
 
 uint32_t ReleaseWith(uint32_t result) {
@@ -137,18 +135,16 @@ uint32_t QAV_IsAnyVmLocked(const char *vmlist) {
 }
 
 int32_t QAV_SuLockVmList(const char *vmlist) {
-    if (QAV_IsAnyVmLocked(vmlist) == 1) return static_cast<int32_t>(kNoVmList);
-    auto *node = static_cast<VmLockNode *>(
-        ZAK_Malloc_F(g_pLocaHandleQav, g_aucZakMemPt, sizeof(VmLockNode), qav::kSourceTag, __LINE__));
+    if (QAV_IsAnyVmLocked(vmlist) == 1) return static_cast<int32_t>(kUpgradeLockNoVmList);
+    auto *node = static_cast<VmLockNode *>(qav::PlatformAlloc(sizeof(VmLockNode)));
     if (node == nullptr) {
         Log(qav::kLogFailure, "[UPG-LOCK]failed to alloc vmlock node memory!");
         return -1;
     }
     size_t size = strlen(vmlist) + 1;
-    node->vmList = static_cast<char *>(ZAK_Malloc_F(g_pLocaHandleQav, g_aucZakMemPt,
-                                                    static_cast<uint32_t>(size), qav::kSourceTag, __LINE__));
+    node->vmList = static_cast<char *>(qav::PlatformAlloc(static_cast<uint32_t>(size)));
     if (node->vmList == nullptr) {
-        (void)ZAK_Free_F(node, qav::kSourceTag, __LINE__);
+        qav::PlatformFree(node);
         Log(qav::kLogFailure, "[UPG-LOCK]failed to alloc vmlist node memory!");
         return -1;
     }
@@ -173,13 +169,13 @@ uint32_t QAV_SuUnlockVmList(const char *vmlist) {
         }
     }
     Log(qav::kLogFailure, "[UPG-LOCK]vmlist %s is not in locked list!\n", vmlist);
-    return kNoVmList;
+    return kUpgradeLockNoVmList;
 }
 
 uint32_t QAV_Lock_applywrite(uint32_t duration, uint32_t now) {
     if (g_stUpgradeLock.state != kIdle) {
         Log(qav::kLogFailure, "[UPG-LOCK]current status is not idle, con't set wirte lock anymore!");
-        return kBusy;
+        return kUpgradeLockBusy;
     }
     SetRecord(kWriteLocked, now, duration);
     // The write path shares the read path's message.
@@ -191,11 +187,11 @@ uint32_t QAV_Lock_applywrite(uint32_t duration, uint32_t now) {
 uint32_t QAV_Lock_applyread(uint32_t duration, uint32_t now, const char *vmlist) {
     if (g_stUpgradeLock.state == kWriteLocked) {
         Log(qav::kLogFailure, "[UPG-LOCK]current status is write lock, con't set read lock!");
-        return kBusy;
+        return kUpgradeLockBusy;
     }
     if (vmlist == nullptr) {
         Log(qav::kLogFailure, "[UPG-LOCK]read type lock, but vmlist is null!");
-        return kNoVmList;
+        return kUpgradeLockNoVmList;
     }
     uint32_t rc = static_cast<uint32_t>(QAV_SuLockVmList(vmlist));
     if (rc != 0) {
@@ -221,7 +217,7 @@ uint32_t QAV_Lock_applyread(uint32_t duration, uint32_t now, const char *vmlist)
 uint32_t QAV_UnLock_checkable(uint32_t type, const char *vmlist, uint32_t *now) {
     if (type == kReadType && vmlist == nullptr) {
         Log(qav::kLogFailure, "[UPG-LOCK]read type lock, vmlist should not null.");
-        return kNoVmList;
+        return kUpgradeLockNoVmList;
     }
     if (pstUpgradeLock == nullptr) {
         Log(qav::kLogFailure, "[UPG-LOCK]upgrade lock is uninitialized. Pls set lock first!");
@@ -244,11 +240,11 @@ uint32_t QAV_UnLock_statusread(uint32_t type, const char *vmlist) {
         // The missing bracket belongs to the text.
         Log(qav::kLogStateChange, "[UPG-LOCKincompatible lock status: %u and unlock type: %u",
             g_stUpgradeLock.state, type);
-        return ReleaseWith(kMismatch);
+        return ReleaseWith(kUpgradeLockMismatch);
     }
     if (vmlist == nullptr) {
         Log(qav::kLogFailure, "[UPG-LOCK]read type unlock, but vmlist should null!");
-        return ReleaseWith(kNoVmList);
+        return ReleaseWith(kUpgradeLockNoVmList);
     }
     uint32_t rc = QAV_SuUnlockVmList(vmlist);
     if (rc != 0) {
@@ -263,7 +259,7 @@ uint32_t QAV_UnLock_statusread(uint32_t type, const char *vmlist) {
 } // extern "C"
 
 QAV_ENTRY_FUNCTION QAV_Lock(lua_State *state) {
-    if (!qav::ArgCountIs(state, 3)) return qav::ReturnUInt(state, 1);
+    if (!qav::ArgsMatch(state, "...")) return qav::ReturnUInt(state, qav::kFailed);
     uint32_t duration = SYSDT_SPTI_ToUInt(state, 1);
     uint32_t type = SYSDT_SPTI_ToUInt(state, 2);
     const char *vmlist = SYSDT_SPTI_ToString(state, 3);
@@ -271,11 +267,11 @@ QAV_ENTRY_FUNCTION QAV_Lock(lua_State *state) {
     uint32_t now = 0;
     if (QAV_GetSysTime(&now) != 0) {
         Log(qav::kLogFailure, "[UPG-LOCK]get system time failed!");
-        return qav::ReturnUInt(state, 1);
+        return qav::ReturnUInt(state, qav::kFailed);
     }
     if (NUK_MutexLock(g_pUpgradeMutex) != 0) {
         Log(qav::kLogFailure, "[UPG-LOCK]get upgrade mutex failed!");
-        return qav::ReturnUInt(state, 1);
+        return qav::ReturnUInt(state, qav::kFailed);
     }
     // An expired lock vanishes here silently.
     if (QAV_IsInLockTime(now) == 0) QAV_SuLockInit();
@@ -292,7 +288,7 @@ QAV_ENTRY_FUNCTION QAV_Lock(lua_State *state) {
 }
 
 QAV_ENTRY_FUNCTION QAV_UnLock(lua_State *state) {
-    if (!qav::ArgCountIs(state, 2)) return qav::ReturnUInt(state, 1);
+    if (!qav::ArgsMatch(state, "..")) return qav::ReturnUInt(state, qav::kFailed);
     uint32_t type = SYSDT_SPTI_ToUInt(state, 1);
     const char *vmlist = SYSDT_SPTI_ToString(state, 2);
     uint32_t now = 0;
@@ -315,7 +311,7 @@ QAV_ENTRY_FUNCTION QAV_UnLock(lua_State *state) {
         }
         Log(qav::kLogStateChange, "[UPG-LOCK]incompatible lock status: %u and unlock type: %u", current,
             type);
-        return qav::ReturnUInt(state, ReleaseWith(kMismatch));
+        return qav::ReturnUInt(state, ReleaseWith(kUpgradeLockMismatch));
     }
     rc = QAV_UnLock_statusread(type, vmlist);
     if (rc != 0) return qav::ReturnUInt(state, rc);

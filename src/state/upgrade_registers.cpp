@@ -5,11 +5,11 @@
 
 #include <sys/stat.h>
 
-#include <cstdlib>
 #include <cstring>
 #include <ctime>
 #include <utility>
 
+#include "binding/memory.h"
 #include "binding/script_frame.h"
 #include "os_env.h"
 #include "rpm_ini.h"
@@ -86,28 +86,38 @@ uint32_t g_uiTpmActivingSetTime;
 
 namespace {
 
-// ---- Single values and word pairs, each family written once --------------------------------------
+// ---- The forms of the one-global registers (upgrade_registers.def) ---------------------------------
 
 template <uint32_t *Value> int PushValue(lua_State *state) {
     return qav::ReturnUInt(state, *Value);
 }
 
 template <uint32_t *Value> int PushCodeAndValue(lua_State *state) {
-    SYSDT_SPTI_PushUInt(state, qav::kOk);
-    SYSDT_SPTI_PushUInt(state, *Value);
-    return 2;
+    return qav::ReturnUIntPair(state, qav::kOk, *Value);
 }
 
 // One argument stored with the integer conversion; signed 0, or signed -1 storing nothing.
 template <uint32_t *Value> int StoreSigned(lua_State *state) {
-    if (!qav::ArgCountIs(state, 1)) return qav::ReturnInt(state, -1);
+    if (!qav::ArgsMatch(state, ".")) return qav::ReturnInt(state, -1);
     *Value = static_cast<uint32_t>(SYSDT_SPTI_ToInt(state, 1));
     return qav::ReturnInt(state, 0);
 }
 
 // One argument stored unsigned; 0, or `failure` for another argument count.
 template <uint32_t *Value, uint32_t failure> int StoreUnsigned(lua_State *state) {
-    if (!qav::ArgCountIs(state, 1)) return qav::ReturnUInt(state, failure);
+    if (!qav::ArgsMatch(state, ".")) return qav::ReturnUInt(state, failure);
+    *Value = SYSDT_SPTI_ToUInt(state, 1);
+    return qav::ReturnUInt(state, qav::kOk);
+}
+template <uint32_t *Value> int StoreUnsignedOrFailed(lua_State *state) {
+    return StoreUnsigned<Value, qav::kFailed>(state);
+}
+template <uint32_t *Value> int StoreUnsignedOrInvalid(lua_State *state) {
+    return StoreUnsigned<Value, qav::kInvalidCall>(state);
+}
+
+// Stores whatever argument 1 holds, without a count check.
+template <uint32_t *Value> int StoreUnchecked(lua_State *state) {
     *Value = SYSDT_SPTI_ToUInt(state, 1);
     return qav::ReturnUInt(state, qav::kOk);
 }
@@ -125,6 +135,12 @@ template <uint32_t (*Pair)[2], int declared> int StorePair(lua_State *state) {
     (*Pair)[0] = SYSDT_SPTI_ToUInt(state, 1);
     (*Pair)[1] = SYSDT_SPTI_ToUInt(state, 2);
     return declared;
+}
+template <uint32_t (*Pair)[2]> int StorePairDeclaringTwo(lua_State *state) {
+    return StorePair<Pair, 2>(state);
+}
+template <uint32_t (*Pair)[2]> int StorePairDeclaringThree(lua_State *state) {
+    return StorePair<Pair, 3>(state);
 }
 
 // ---- HA log --------------------------------------------------------------------------------------
@@ -162,10 +178,6 @@ uint32_t WallSeconds() {
     return static_cast<uint32_t>(now.tv_sec);
 }
 
-char *CopyOrNull(const char *text) {
-    return text != nullptr ? strdup(text) : nullptr;
-}
-
 void CopyBounded(char *buffer, size_t size, const char *text) {
     (void)strncpy_s(buffer, size, text, size - 1);
 }
@@ -183,78 +195,22 @@ void PushRingRecord(lua_State *state, const QavPatchDiagErrRecord &record) {
 
 } // namespace
 
-// ---- Single values ---------------------------------------------------------------------------------
+// ---- The one-global registers -------------------------------------------------------------------------
 
-QAV_ENTRY_FUNCTION QAV_MK_GetMKBuildrunFlag(lua_State *state) {
-    return PushValue<&g_uiMKBuildrunFlag>(state);
-}
-QAV_ENTRY_FUNCTION QAV_MK_SetMKBuildrunFlag(lua_State *state) {
-    return StoreSigned<&g_uiMKBuildrunFlag>(state);
-}
-QAV_ENTRY_FUNCTION QAV_MK_GetMKModifyresult(lua_State *state) {
-    return PushValue<&g_uiMKModifyresult>(state);
-}
-QAV_ENTRY_FUNCTION QAV_MK_SetMKModifyresult(lua_State *state) {
-    return StoreSigned<&g_uiMKModifyresult>(state);
-}
-QAV_ENTRY_FUNCTION QAV_GetPatchCompNoticeFlag(lua_State *state) {
-    return PushValue<&g_uiPatchCompNoticeFlag>(state);
-}
-QAV_ENTRY_FUNCTION QAV_SetPatchCompNoticeFlag(lua_State *state) {
-    return StoreSigned<&g_uiPatchCompNoticeFlag>(state);
-}
-QAV_ENTRY_FUNCTION qav_GetDLPkgInnerAct_SessionId(lua_State *state) {
-    return PushValue<&g_uiDLPkgInnerActSessionId>(state);
-}
-QAV_ENTRY_FUNCTION qav_SetDLPkgInnerAct_SessionId(lua_State *state) {
-    return StoreSigned<&g_uiDLPkgInnerActSessionId>(state);
-}
-QAV_ENTRY_FUNCTION QAV_GetPatchErrorOpPolicy(lua_State *state) {
-    return PushValue<&g_uiPatchErrorOpPolicy>(state);
-}
-QAV_ENTRY_FUNCTION QAV_SetPatchErrorOpPolicy(lua_State *state) {
-    return StoreUnsigned<&g_uiPatchErrorOpPolicy, 1>(state);
-}
-QAV_ENTRY_FUNCTION ISSU_GetUpgradeMode(lua_State *state) {
-    return PushCodeAndValue<&g_upgradeMode>(state);
-}
-QAV_ENTRY_FUNCTION ISSU_SetUpgradeMode(lua_State *state) {
-    return StoreUnsigned<&g_upgradeMode, qav::kInvalidCall>(state);
-}
-QAV_ENTRY_FUNCTION ISSU_GetLockerByCompleteActive(lua_State *state) {
-    return PushCodeAndValue<&g_upgradeCompleteActiveLock>(state);
-}
-// Stores whatever argument 1 holds, without a count check.
-QAV_ENTRY_FUNCTION ISSU_SetLockerByCompleteActive(lua_State *state) {
-    g_upgradeCompleteActiveLock = SYSDT_SPTI_ToUInt(state, 1);
-    return qav::ReturnUInt(state, qav::kOk);
-}
-
-// ---- Word pairs --------------------------------------------------------------------------------------
-
-QAV_ENTRY_FUNCTION QAV_SU_GetRstRollbackTimerLock(lua_State *state) {
-    return PushCodeAndPair<&g_RstRollbackTimerLock>(state);
-}
-QAV_ENTRY_FUNCTION QAV_SU_SetRstRollbackTimerLock(lua_State *state) {
-    return StorePair<&g_RstRollbackTimerLock, 3>(state);
-}
-QAV_ENTRY_FUNCTION QAV_SU_GetUpgradeLockTime(lua_State *state) {
-    return PushCodeAndPair<&g_UpgradeLock>(state);
-}
-QAV_ENTRY_FUNCTION QAV_SU_SetUpgradeLockTime(lua_State *state) {
-    return StorePair<&g_UpgradeLock, 2>(state);
-}
-QAV_ENTRY_FUNCTION QAV_SU_GetUpgradeState(lua_State *state) {
-    return PushCodeAndPair<&g_UpgradeState>(state);
-}
-QAV_ENTRY_FUNCTION QAV_SU_SetUpgradeState(lua_State *state) {
-    return StorePair<&g_UpgradeState, 2>(state);
-}
+#define QAV_REGISTER(getter, setter, global, pushForm, storeForm)                                            \
+    QAV_ENTRY_FUNCTION getter(lua_State *state) {                                                            \
+        return pushForm<&global>(state);                                                                     \
+    }                                                                                                        \
+    QAV_ENTRY_FUNCTION setter(lua_State *state) {                                                            \
+        return storeForm<&global>(state);                                                                    \
+    }
+#include "state/upgrade_registers.def"
+#undef QAV_REGISTER
 
 // ---- The local file name of an AP download package ------------------------------------------------
 
 QAV_ENTRY_FUNCTION qav_SetApDLPkg_LocalFileName(lua_State *state) {
-    const char *name = SYSDT_SPTI_GetTop(state) >= 1 ? SYSDT_SPTI_ToString(state, 1) : nullptr;
+    const char *name = qav::ArgCount(state) >= 1 ? SYSDT_SPTI_ToString(state, 1) : nullptr;
     if (name == nullptr) return qav::ReturnInt(state, -1);
     errno_t rc = strncpy_s(g_acApDLPkgLocalFileName, kLocalFileNameSize, name, kLocalFileNameSize - 1);
     if (rc != EOK) qav::LogCallFailure("qav_SetApDLPkg_LocalFileName", rc, __LINE__);
@@ -270,8 +226,7 @@ QAV_ENTRY_FUNCTION qav_GetApDLPkg_LocalFileName(lua_State *state) {
 // ---- Start information ---------------------------------------------------------------------------------
 
 QAV_ENTRY_FUNCTION QAV_SetStartInfo(lua_State *state) {
-    if (!qav::ArgCountIs(state, 1) || SYSDT_SPTI_IsTable(state, 1) == 0)
-        return qav::ReturnUInt(state, qav::kInvalidCall);
+    if (!qav::ArgsMatch(state, "t")) return qav::ReturnUInt(state, qav::kInvalidCall);
     g_stStartTable.startFlag = qav::FieldUInt(state, 1, "startFlag");
     g_stStartTable.timeFlag = qav::FieldUInt(state, 1, "timeFlag");
     if (g_stStartTable.timeFlag == 0) {
@@ -291,8 +246,7 @@ QAV_ENTRY_FUNCTION QAV_SetStartInfo(lua_State *state) {
 }
 
 QAV_ENTRY_FUNCTION QAV_QueryStartInfo(lua_State *state) {
-    if (!qav::ArgCountIs(state, 1) || SYSDT_SPTI_IsTable(state, 1) == 0)
-        return qav::ReturnUInt(state, qav::kInvalidCall);
+    if (!qav::ArgsMatch(state, "t")) return qav::ReturnUInt(state, qav::kInvalidCall);
     const std::pair<const char *, uint32_t> fields[] = {{"startTime", g_stStartTable.startTime},
                                                         {"curTime", g_stStartTable.curTime},
                                                         {"timeFlag", g_stStartTable.timeFlag},
@@ -311,13 +265,13 @@ QAV_ENTRY_FUNCTION QAV_QueryStartInfo(lua_State *state) {
 // The versions are kept as library-owned copies, so they stay readable after the script lets go
 // of its strings.
 QAV_ENTRY_FUNCTION ISSU_SetUpgradeInfo(lua_State *state) {
-    int32_t count = SYSDT_SPTI_GetTop(state);
+    int32_t count = qav::ArgCount(state);
     const char *base = count >= 1 ? SYSDT_SPTI_ToString(state, 1) : nullptr;
     const char *upgrade = count >= 2 ? SYSDT_SPTI_ToString(state, 2) : nullptr;
-    free(const_cast<char *>(g_pstISSUBaseVersion));
-    free(const_cast<char *>(g_pstISSUUpgradeVersion));
-    g_pstISSUBaseVersion = CopyOrNull(base);
-    g_pstISSUUpgradeVersion = CopyOrNull(upgrade);
+    qav::HeapFree(const_cast<char *>(g_pstISSUBaseVersion));
+    qav::HeapFree(const_cast<char *>(g_pstISSUUpgradeVersion));
+    g_pstISSUBaseVersion = qav::HeapCopy(base);
+    g_pstISSUUpgradeVersion = qav::HeapCopy(upgrade);
     if (g_pstISSUBaseVersion == nullptr || g_pstISSUUpgradeVersion == nullptr)
         return qav::ReturnUInt(state, qav::kInvalidCall);
     // The text says Failed on the success path; the HA log readers match it as it is.
@@ -341,14 +295,12 @@ QAV_ENTRY_FUNCTION ISSU_GetUpgradeInfo(lua_State *state) {
 
 QAV_ENTRY_FUNCTION QAV_GetExceptFileLock(lua_State *state) {
     Guard guard(g_uiSumExceptLock.mutex);
-    SYSDT_SPTI_PushUInt(state, qav::kOk);
-    SYSDT_SPTI_PushUInt(state, static_cast<uint32_t>(g_uiSumExceptLock.value));
-    return 2;
+    return qav::ReturnUIntPair(state, qav::kOk, static_cast<uint32_t>(g_uiSumExceptLock.value));
 }
 
 QAV_ENTRY_FUNCTION QAV_SetExceptFileLock(lua_State *state) {
     Guard guard(g_uiSumExceptLock.mutex);
-    if (!qav::ArgCountIs(state, 1)) return qav::ReturnInt(state, -1);
+    if (!qav::ArgsMatch(state, ".")) return qav::ReturnInt(state, -1);
     g_uiSumExceptLock.value = SYSDT_SPTI_ToInt(state, 1);
     return qav::ReturnInt(state, 0);
 }
@@ -357,7 +309,7 @@ QAV_ENTRY_FUNCTION ISSU_RecordFaultBoard(lua_State *state) {
     static const char *const kFunc = "ISSU_RecordFaultBoard";
     Guard guard(g_uiSumFaultBoard.mutex);
     HA_LOG("Func(%s) entry", kFunc);
-    if (!qav::ArgCountIs(state, 1)) {
+    if (!qav::ArgsMatch(state, ".")) {
         HA_LOG("Func(%s) get para num failed.", kFunc);
         return qav::ReturnInt(state, -1);
     }
@@ -417,21 +369,20 @@ QAV_ENTRY_FUNCTION QAV_PatDiagErrLockInit(lua_State *state) {
 
 QAV_ENTRY_FUNCTION QAV_QueryPatDiagErrInfo(lua_State *state) {
     Guard guard(g_stPatchDiagErrLockTable.mutex);
-    SYSDT_SPTI_PushUInt(state, qav::kOk);
-    SYSDT_SPTI_PushUInt(state, g_stPatchDiagErrLockTable.value);
-    return 2;
+    return qav::ReturnUIntPair(state, qav::kOk, g_stPatchDiagErrLockTable.value);
 }
 
 QAV_ENTRY_FUNCTION QAV_SetPatDiagErrInfo(lua_State *state) {
     Guard guard(g_stPatchDiagErrLockTable.mutex);
-    if (!qav::ArgCountIs(state, 1)) return qav::ReturnUInt(state, qav::kInvalidCall);
+    if (!qav::ArgsMatch(state, ".")) return qav::ReturnUInt(state, qav::kInvalidCall);
     g_stPatchDiagErrLockTable.value = SYSDT_SPTI_ToUInt(state, 1);
     return qav::ReturnUInt(state, qav::kOk);
 }
 
 QAV_ENTRY_FUNCTION QAV_PatDiagErrInfoInit(lua_State *state) {
     if (g_pstPatchDiagErrInfoTable == nullptr) {
-        g_pstPatchDiagErrInfoTable = static_cast<QavPatchDiagErrRing *>(malloc(sizeof(QavPatchDiagErrRing)));
+        g_pstPatchDiagErrInfoTable =
+            static_cast<QavPatchDiagErrRing *>(qav::HeapAlloc(sizeof(QavPatchDiagErrRing)));
         if (g_pstPatchDiagErrInfoTable == nullptr) return qav::ReturnUInt(state, 1);
     }
     QavPatchDiagErrRing *ring = g_pstPatchDiagErrInfoTable;
@@ -446,7 +397,7 @@ QAV_ENTRY_FUNCTION QAV_SetPatErrorInfo(lua_State *state) {
     QavPatchDiagErrRing *ring = g_pstPatchDiagErrInfoTable;
     if (ring == nullptr) return qav::ReturnUInt(state, qav::kInvalidCall);
     Guard guard(ring->mutex);
-    if (!qav::ArgCountIs(state, 1)) return qav::ReturnUInt(state, qav::kInvalidCall);
+    if (!qav::ArgsMatch(state, ".")) return qav::ReturnUInt(state, qav::kInvalidCall);
     // The slot is taken before the record is read, so a record without its time still uses one.
     QavPatchDiagErrRecord &record = ring->records[ring->next];
     ring->next = (ring->next + 1) % kRingSlots;
@@ -524,13 +475,12 @@ QAV_ENTRY_FUNCTION QAV_GetTpmActivingFlag(lua_State *state) {
 
 QAV_ENTRY_FUNCTION QAV_PutVPNindex(lua_State *state) {
     static const char *const kVpnIni = "../bootfile/vpn.ini";
-    if (!qav::ArgCountIs(state, 1)) return qav::ReturnUInt(state, 1);
-    const char *value = SYSDT_SPTI_ToString(state, 1);
-    if (value == nullptr) return qav::ReturnUInt(state, 1);
+    const char *value = qav::ArgsMatch(state, "s") ? SYSDT_SPTI_ToString(state, 1) : nullptr;
+    if (value == nullptr) return qav::ReturnUInt(state, qav::kFailed);
     struct stat info {};
     if (stat(kVpnIni, &info) != 0) {
         int32_t fd = P_ZAK_Open(kVpnIni, ZAK_O_WRONLY | ZAK_O_CREAT | ZAK_O_TRUNC, 0, 0740);
-        if (fd < 0) return qav::ReturnUInt(state, 1);
+        if (fd < 0) return qav::ReturnUInt(state, qav::kFailed);
         (void)P_ZAK_Close(fd, 0);
     }
     (void)RPM_WriteProfileString(kVpnIni, "[VPN INDEX]", "index ", value);
@@ -564,9 +514,7 @@ QAV_ENTRY_FUNCTION QAV_IsNps(lua_State *state) {
 QAV_ENTRY_FUNCTION QAV_RPM_GetUpgradeFlag(lua_State *state) {
     uint32_t flag = 255;
     uint32_t rc = RPM_GetUpgradeFlag(&flag);
-    SYSDT_SPTI_PushUInt(state, rc);
-    SYSDT_SPTI_PushUInt(state, flag);
-    return 2;
+    return qav::ReturnUIntPair(state, rc, flag);
 }
 QAV_ENTRY_FUNCTION QAV_BackupPatchHistoryIni(lua_State *) {
     (void)RPM_BackupPatchHistoryIni();
@@ -585,15 +533,12 @@ QAV_ENTRY_FUNCTION QAV_GetSoftResetFlag(lua_State *state) {
 }
 
 QAV_ENTRY_FUNCTION QAV_GetFileListName(lua_State *state) {
-    constexpr uint32_t kBadArgumentCount = 5005;
     char name[RPM_FILELIST_NAME_SIZE] = {};
-    uint32_t rc = kBadArgumentCount;
-    if (qav::ArgCountIs(state, 3)) {
+    uint32_t rc = qav::kGenericFailure;
+    if (qav::ArgsMatch(state, "...")) {
         rc = RPM_GetFileListNameByFileTypeOnMPU(SYSDT_SPTI_ToUInt(state, 1), SYSDT_SPTI_ToUInt(state, 2),
                                                 SYSDT_SPTI_ToUInt(state, 3), name);
         if (rc != 0) (void)memset_s(name, sizeof name, 0, sizeof name);
     }
-    SYSDT_SPTI_PushUInt(state, rc);
-    SYSDT_SPTI_PushString(state, name, RPM_FILELIST_NAME_SIZE);
-    return 2;
+    return qav::ReturnUIntText(state, rc, name, RPM_FILELIST_NAME_SIZE);
 }

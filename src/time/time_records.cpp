@@ -54,7 +54,7 @@ template <size_t N>
 uint32_t ReadNumbers(lua_State *state, int32_t tableIndex, SYS_TIME *record, const KeyOf (&keys)[N]) {
     for (const KeyOf &k : keys) {
         SYSDT_SPTI_GetField(state, tableIndex, k.key);
-        if (SYSDT_SPTI_IsNumber(state, -1) == 0) return qav::kTimeKeyError;
+        if (SYSDT_SPTI_IsNumber(state, -1) == 0) return qav::kKeyNotNumber;
         Store(record, k.field, SYSDT_SPTI_ToUInt(state, -1));
     }
     return 0;
@@ -114,7 +114,7 @@ uint32_t QAV_Stack_GetTime(lua_State *state, int32_t tableIndex, const char *key
     if (sub == 0) return 1;
     static const char *const keys[] = {"minute", "hour"};
     uint32_t values[2] = {};
-    if (!ReadSubFields(state, sub, keys, values)) return qav::kTimeKeyError;
+    if (!ReadSubFields(state, sub, keys, values)) return qav::kKeyNotNumber;
     out->minute = values[0];
     out->hour = values[1];
     SYSDT_SPTI_Pop(state, 3);
@@ -126,7 +126,7 @@ uint32_t QAV_Stack_GetDate(lua_State *state, int32_t tableIndex, const char *key
     if (sub == 0) return 1;
     static const char *const keys[] = {"year", "month", "day"};
     uint32_t values[3] = {};
-    if (!ReadSubFields(state, sub, keys, values)) return qav::kTimeKeyError;
+    if (!ReadSubFields(state, sub, keys, values)) return qav::kKeyNotNumber;
     out->year = static_cast<uint16_t>(values[0]);
     out->month = static_cast<uint8_t>(values[1]);
     out->day = static_cast<uint8_t>(values[2]);
@@ -139,7 +139,7 @@ uint32_t QAV_Stack_GetMonthDay(lua_State *state, int32_t tableIndex, const char 
     if (sub == 0) return 1;
     static const char *const keys[] = {"month", "day"};
     uint32_t values[2] = {};
-    if (!ReadSubFields(state, sub, keys, values)) return qav::kTimeKeyError;
+    if (!ReadSubFields(state, sub, keys, values)) return qav::kKeyNotNumber;
     out->month = values[0];
     out->day = values[1];
     SYSDT_SPTI_Pop(state, 3);

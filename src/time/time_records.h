@@ -7,12 +7,7 @@
 #include "script_engine.h"
 #include "zak_time.h"
 
-namespace qav {
-// A required key missing or not a number.
-inline constexpr uint32_t kTimeKeyError = 0x801707;
-// Base-log code of the time functions.
-inline constexpr uint32_t kTimeLogCode = 0x9550004;
-} // namespace qav
+#include "binding/result_codes.h"
 
 // A time of day and dates as the sub-table readers deliver them.
 struct QavTimeOfDay {

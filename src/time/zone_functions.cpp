@@ -16,18 +16,6 @@ namespace {
 
 constexpr uint32_t kTextSize = 64;
 
-// Restores the stack height on every exit of a record reader, so that its leftovers cannot pile
-// up beyond the stack space the engine guarantees.
-class StackHeight {
-  public:
-    explicit StackHeight(lua_State *state) : state_(state), top_(SYSDT_SPTI_GetTop(state)) {}
-    ~StackHeight() { lua_settop(state_, top_); }
-
-  private:
-    lua_State *state_;
-    int32_t top_;
-};
-
 // A plain key: fetched and type-checked; the value stays on the stack for the caller to read at -1.
 bool FetchNumber(lua_State *state, int32_t tableIndex, const char *key) {
     SYSDT_SPTI_GetField(state, tableIndex, key);
@@ -38,7 +26,7 @@ bool FetchName(lua_State *state, int32_t tableIndex, const char *key, char (&nam
     SYSDT_SPTI_GetField(state, tableIndex, key);
     const char *text = SYSDT_SPTI_IsString(state, -1) != 0 ? SYSDT_SPTI_ToString(state, -1) : nullptr;
     if (text == nullptr) {
-        *rc = qav::kTimeKeyError;
+        *rc = qav::kKeyNotNumber;
         return false;
     }
     if (strcpy_s(name, sizeof name, text) != EOK) {
@@ -62,8 +50,8 @@ using TextCall = uint32_t (*)(char *, uint32_t);
 
 int ConfigText(lua_State *state, TextCall call) {
     char text[kTextSize] = {};
-    if (!qav::ArgCountIs(state, 0)) {
-        QAV_Log(0, qav::kTimeLogCode, "QAV_GetEcmCid proc fail SYSDT_SPTI_GetTop. uiRet = %d \n", 1);
+    if (!qav::ArgsMatch(state, "")) {
+        QAV_Log(0, qav::kBaseLogCode, "QAV_GetEcmCid proc fail SYSDT_SPTI_GetTop. uiRet = %d \n", 1);
         PushText(state, 1, text);
         return 2;
     }
@@ -78,10 +66,10 @@ int ConfigText(lua_State *state, TextCall call) {
 extern "C" {
 
 uint32_t QAV_GetTzFromStack(lua_State *state, int32_t tableIndex, ZAK_TIME_ZONE *zone) {
-    StackHeight height(state);
-    if (!FetchNumber(state, tableIndex, "option")) return qav::kTimeKeyError;
+    qav::StackHeight height(state);
+    if (!FetchNumber(state, tableIndex, "option")) return qav::kKeyNotNumber;
     zone->uiOption = SYSDT_SPTI_ToUInt(state, -1);
-    if (!FetchNumber(state, tableIndex, "lrId")) return qav::kTimeKeyError;
+    if (!FetchNumber(state, tableIndex, "lrId")) return qav::kKeyNotNumber;
     zone->uiLrId = SYSDT_SPTI_ToUInt(state, -1);
     uint32_t rc = 0;
     if (!FetchName(state, tableIndex, "timeZoneName", zone->szName, &rc)) return rc;
@@ -90,11 +78,11 @@ uint32_t QAV_GetTzFromStack(lua_State *state, int32_t tableIndex, ZAK_TIME_ZONE 
     SYSDT_SPTI_PushString(state, "timeZoneOffset", sizeof "timeZoneOffset");
     SYSDT_SPTI_GetTable(state, tableIndex);
     int32_t offset = SYSDT_SPTI_GetTop(state);
-    if (!FetchNumber(state, offset, "minute")) return qav::kTimeKeyError;
+    if (!FetchNumber(state, offset, "minute")) return qav::kKeyNotNumber;
     zone->ucMinute = static_cast<uint8_t>(SYSDT_SPTI_ToUInt(state, -1));
-    if (!FetchNumber(state, offset, "hour")) return qav::kTimeKeyError;
+    if (!FetchNumber(state, offset, "hour")) return qav::kKeyNotNumber;
     zone->ucHour = static_cast<uint8_t>(SYSDT_SPTI_ToUInt(state, -1));
-    if (!FetchNumber(state, offset, "second")) return qav::kTimeKeyError;
+    if (!FetchNumber(state, offset, "second")) return qav::kKeyNotNumber;
     zone->ucSecond = static_cast<uint8_t>(SYSDT_SPTI_ToUInt(state, -1));
     SYSDT_SPTI_Pop(state, 4);
     return 0;
@@ -102,10 +90,10 @@ uint32_t QAV_GetTzFromStack(lua_State *state, int32_t tableIndex, ZAK_TIME_ZONE 
 
 uint32_t QAV_GetDstFromStack(lua_State *state, int32_t tableIndex, ZAK_DST_RULE *rule) {
     if (rule == nullptr) return qav::kInvalidCall;
-    StackHeight height(state);
+    qav::StackHeight height(state);
     uint32_t rc = 0;
     if (!FetchName(state, tableIndex, "dstName", rule->szName, &rc)) return rc;
-    if (!FetchNumber(state, tableIndex, "type")) return qav::kTimeKeyError;
+    if (!FetchNumber(state, tableIndex, "type")) return qav::kKeyNotNumber;
     rule->uiType = SYSDT_SPTI_ToUInt(state, -1);
     SYSDT_SPTI_Pop(state, 2);
 
@@ -148,15 +136,15 @@ uint32_t QAV_GetDstFromStack(lua_State *state, int32_t tableIndex, ZAK_DST_RULE 
                        {"endWeekDay", offsetof(ZAK_DST_RULE, uiEndWeekDay)},
                        {"endMonth", offsetof(ZAK_DST_RULE, uiEndMonth)}};
     for (const auto &w : words) {
-        if (!FetchNumber(state, tableIndex, w.key)) return qav::kTimeKeyError;
+        if (!FetchNumber(state, tableIndex, w.key)) return qav::kKeyNotNumber;
         StoreWord(rule, w.offset, SYSDT_SPTI_ToUInt(state, -1));
     }
-    if (!FetchNumber(state, tableIndex, "startYear")) return qav::kTimeKeyError;
+    if (!FetchNumber(state, tableIndex, "startYear")) return qav::kKeyNotNumber;
     rule->usFirstYear = static_cast<uint16_t>(SYSDT_SPTI_ToUInt(state, -1));
-    if (!FetchNumber(state, tableIndex, "endYear")) return qav::kTimeKeyError;
+    if (!FetchNumber(state, tableIndex, "endYear")) return qav::kKeyNotNumber;
     rule->usLastYear = static_cast<uint16_t>(SYSDT_SPTI_ToUInt(state, -1));
     SYSDT_SPTI_GetField(state, tableIndex, "isDstEnabled");
-    if (SYSDT_SPTI_IsBool(state, -1) == 0) return qav::kTimeKeyError;
+    if (SYSDT_SPTI_IsBool(state, -1) == 0) return qav::kKeyNotNumber;
     rule->uiDstEnabled = SYSDT_SPTI_ToBoolean(state, -1) != 0 ? 1 : 0;
     struct {
         const char *key;
@@ -166,7 +154,7 @@ uint32_t QAV_GetDstFromStack(lua_State *state, int32_t tableIndex, ZAK_DST_RULE 
                       {"lrId", offsetof(ZAK_DST_RULE, uiLrId)},
                       {"RepeatMode", offsetof(ZAK_DST_RULE, uiRepeatMode)}};
     for (const auto &w : tail) {
-        if (!FetchNumber(state, tableIndex, w.key)) return qav::kTimeKeyError;
+        if (!FetchNumber(state, tableIndex, w.key)) return qav::kKeyNotNumber;
         StoreWord(rule, w.offset, SYSDT_SPTI_ToUInt(state, -1));
     }
 
@@ -185,7 +173,7 @@ uint32_t QAV_GetDstFromStack(lua_State *state, int32_t tableIndex, ZAK_DST_RULE 
 }
 
 uint32_t QAV_SPT_SysLocalTime2Gmt_Chk(lua_State *state) {
-    return qav::ArgCountIs(state, 3) && SYSDT_SPTI_IsTable(state, 1) != 0 ? 0 : qav::kInvalidCall;
+    return qav::ArgsMatch(state, "t..") ? qav::kOk : qav::kInvalidCall;
 }
 
 // Workers: 0 after pushing their success result, else the code their wrapper pushes.
@@ -208,8 +196,7 @@ int QAV_SPT_DoSysGmt2TimeLocal(lua_State *state) {
     uint32_t status = qav::kInvalidCall;
     uint32_t isDst = 0;
     SYS_TIME gmt{};
-    if (qav::ArgCountIs(state, 2) && SYSDT_SPTI_IsTable(state, 1) != 0 &&
-        qav::ReadSystimeUIntegers(state, 1, &gmt)) {
+    if (qav::ArgsMatch(state, "t.") && qav::ReadSystimeUIntegers(state, 1, &gmt)) {
         SYS_TIME local{};
         status = ZAK_Gmt2LocalTime(&gmt, &local, &isDst);
         if (status == 0) {
@@ -223,7 +210,7 @@ int QAV_SPT_DoSysGmt2TimeLocal(lua_State *state) {
 }
 
 uint32_t QAV_SPT_DoSysLocalTime2GmtByTzDst(lua_State *state) {
-    if (!qav::ArgCountIs(state, 5) || SYSDT_SPTI_IsTable(state, 1) == 0) return qav::kInvalidCall;
+    if (!qav::ArgsMatch(state, "t....")) return qav::kInvalidCall;
     SYS_TIME local{};
     uint32_t rc = QAV_GetSystimeTable(state, &local, 1);
     if (rc != 0) return rc;
@@ -244,7 +231,7 @@ uint32_t QAV_SPT_DoSysLocalTime2GmtByTzDst(lua_State *state) {
 // Its result is the entry function's result count: a time key that is not a number returns
 // 0x801707 as that count with nothing pushed.
 int QAV_SPT_DoSysGmt2TimeLocalByTzDst(lua_State *state) {
-    if (!qav::ArgCountIs(state, 4) || SYSDT_SPTI_IsTable(state, 1) == 0) {
+    if (!qav::ArgsMatch(state, "t...")) {
         SYSDT_SPTI_PushUInt(state, qav::kInvalidCall);
         SYSDT_SPTI_PushBool(state, 0);
         return 2;
@@ -267,7 +254,7 @@ int QAV_SPT_DoSysGmt2TimeLocalByTzDst(lua_State *state) {
 }
 
 uint32_t QAV_SPT_DoSetTzDstCfg(lua_State *state) {
-    if (!qav::ArgCountIs(state, 2) || SYSDT_SPTI_IsTable(state, 1) == 0) return qav::kInvalidCall;
+    if (!qav::ArgsMatch(state, "t.")) return qav::kInvalidCall;
     ZAK_TIME_ZONE zone{};
     ZAK_DST_RULE rule{};
     (void)QAV_GetTzFromStack(state, 1, &zone);
@@ -330,11 +317,21 @@ uint32_t QAV_DOGetAppointmentTimeOffset(const SYS_TIME *gmt, char *text, uint32_
 
 } // extern "C"
 
-QAV_ENTRY_FUNCTION QAV_SPT_SysLocalTime2Gmt(lua_State *state) {
+namespace {
+
+// The conversions answer a null script state with no results; a worker that fails pushes its
+// code here, one that succeeds has pushed its own result.
+int PushWorkerCode(lua_State *state, uint32_t (*worker)(lua_State *)) {
     if (state == nullptr) return 0;
-    uint32_t rc = QAV_SPT_DoSysLocalTime2Gmt(state);
+    uint32_t rc = worker(state);
     if (rc != 0) SYSDT_SPTI_PushUInt(state, rc);
     return 1;
+}
+
+} // namespace
+
+QAV_ENTRY_FUNCTION QAV_SPT_SysLocalTime2Gmt(lua_State *state) {
+    return PushWorkerCode(state, QAV_SPT_DoSysLocalTime2Gmt);
 }
 
 QAV_ENTRY_FUNCTION qav_spt_SysGmt2LocalTime(lua_State *state) {
@@ -343,10 +340,7 @@ QAV_ENTRY_FUNCTION qav_spt_SysGmt2LocalTime(lua_State *state) {
 }
 
 QAV_ENTRY_FUNCTION QAV_SPT_SysLocalTime2GmtByTzDst(lua_State *state) {
-    if (state == nullptr) return 0;
-    uint32_t rc = QAV_SPT_DoSysLocalTime2GmtByTzDst(state);
-    if (rc != 0) SYSDT_SPTI_PushUInt(state, rc);
-    return 1;
+    return PushWorkerCode(state, QAV_SPT_DoSysLocalTime2GmtByTzDst);
 }
 
 QAV_ENTRY_FUNCTION QAV_SPT_SysGmt2LocalTimeByTzDst(lua_State *state) {
@@ -368,7 +362,7 @@ QAV_ENTRY_FUNCTION QAV_GetTimeOffset(lua_State *state) {
 }
 
 QAV_ENTRY_FUNCTION QAV_TzWeekDayToTime(lua_State *state) {
-    int32_t count = SYSDT_SPTI_GetTop(state);
+    int32_t count = qav::ArgCount(state);
     // A wrong count pushes the count itself as the status.
     if (count != 5) return qav::ReturnUInt(state, static_cast<uint32_t>(count));
     SYS_TIME record{};
@@ -382,8 +376,8 @@ QAV_ENTRY_FUNCTION QAV_TzWeekDayToTime(lua_State *state) {
 
 QAV_ENTRY_FUNCTION QAV_GetAppointmentTimeOffset(lua_State *state) {
     char text[kTextSize] = {};
-    int32_t count = SYSDT_SPTI_GetTop(state);
-    if (count != 1 || SYSDT_SPTI_IsTable(state, 1) == 0) {
+    int32_t count = qav::ArgCount(state);
+    if (!qav::ArgsMatch(state, "t")) {
         PushText(state, static_cast<uint32_t>(count), text);
         return 2;
     }
