@@ -59,6 +59,12 @@ for dir in "$here"/*/; do
     fs_tree)
         if [ $quick = yes ]; then run fs_tree "$dir/run.sh" --qavlua "$bin/qavlua" --scale 0.1 --runs 3
         else run fs_tree "$dir/run.sh" --qavlua "$bin/qavlua" --runs 3; fi ;;
+    jail_startup)
+        if [ $quick = yes ]; then run jail_startup "$dir/run.sh" --qavlua "$bin/qavlua" --runs 15
+        else run jail_startup "$dir/run.sh" --qavlua "$bin/qavlua" --runs 60; fi ;;
+    sweep)
+        if [ $quick = yes ]; then run sweep "$dir/run.sh" --qavlua "$bin/qavlua" --limit 20 --rounds 1
+        else run sweep "$dir/run.sh" --qavlua "$bin/qavlua"; fi ;;
     *)
         # A new benchmark folder needs its line above; it is never skipped silently.
         printf '%s\t-\t-\t-\tnot run: no entry in bench/run_all.sh\n' "$name" >>"$rows"
@@ -72,8 +78,9 @@ echo "Benchmarks ($scale, $(nproc) cores, $(date -u +%Y-%m-%d)); ratio = work / 
 echo
 awk -F '\t' '
 function holds(target, ratio) {
-    if (target !~ /^<= /) return "-"
-    return (ratio + 0 <= substr(target, 4) + 0) ? "yes" : "NO"
+    if (target ~ /^<= /) return (ratio + 0 <= substr(target, 4) + 0) ? "yes" : "NO"
+    if (target ~ /^>= /) return (ratio + 0 >= substr(target, 4) + 0) ? "yes" : "NO"
+    return "-"
 }
 BEGIN { print "| Work | Baseline | Target | Ratio | Holds | Figures |"; print "|---|---|---|---|---|---|" }
 {
@@ -90,7 +97,8 @@ if [ -n "$json" ]; then
         if ($4 == "-") { ratio = "null"; h = "null" }
         else {
             ratio = $4 + 0
-            h = ($3 ~ /^<= /) ? (($4 + 0 <= substr($3, 4) + 0) ? "true" : "false") : "null"
+            h = ($3 ~ /^<= /) ? (($4 + 0 <= substr($3, 4) + 0) ? "true" : "false") : \
+                ($3 ~ /^>= /) ? (($4 + 0 >= substr($3, 4) + 0) ? "true" : "false") : "null"
         }
         printf "\n  {\"work\": %s, \"baseline\": %s, \"target\": %s, \"ratio\": %s, \"holds\": %s, \"figures\": %s}",
             q($1), q($2), q($3), ratio, h, q($5)

@@ -33,7 +33,8 @@ base=$(mktemp -d "$base_parent/fsb.XXXXXX")
 trap 'rm -rf "$base"' EXIT
 root="$base/r"
 "$qavlua" init "$root" >/dev/null
-work="$base/w"
+# Inside the sandbox, which the jailed runner also sees at its own path.
+work="$root/w"
 mkdir -p "$work/moved_a" "$work/moved_b"
 
 "$lua" "$here/gen_tree.lua" "$work/src" "$files" "$megabytes"

@@ -95,10 +95,13 @@ echo "baselines: sweep_j2 against the same $limit runs one after another (-j 1);
 echo "of the sandbox ($(du -sk "$work/root" | cut -f1) KiB, $(find "$work/root" | wc -l) entries); best of $rounds rounds"
 awk -v m="$b2" -v b="$b1" 'BEGIN {
     printf "%-12s %10.1f ms  baseline %10.1f ms  ratio %6.2f  (speed-up %.2f, target >= 1.8)\n", "sweep_j2", m / 1e6, b / 1e6, m / b, b / m
+    printf "BENCH\tsweep speed-up with -j 2\tthe same runs one after another\t>= 1.8\t%.2f\t%.1f ms vs %.1f ms\n", b / m, m / 1e6, b / 1e6
 }'
 awk -v m="$m2" -v b="$m1" 'BEGIN {
     printf "%-12s %10.1f ms  baseline %10.1f ms  ratio %6.2f  (speed-up %.2f: the machine'"'"'s ceiling for the line above)\n", "busy_j2", m / 1e6, b / 1e6, m / b, b / m
+    printf "BENCH\tspeed-up of two busy scripts side by side\tone after the other\t-\t%.2f\tthe machine'"'"'s ceiling for the sweep line\n", b / m
 }'
 awk -v m="$copy_us" -v b="$cp_us" -v r="$run_ms" 'BEGIN {
     printf "%-12s %10.2f ms  baseline %10.2f ms  ratio %6.2f  (%.1f%% of a %.1f ms run)\n", "sandbox_copy", m / 1e3, b / 1e3, m / b, 100 * m / 1e3 / r, r
+    printf "BENCH\tsandbox copy per sweep run\tcp -a of the sandbox\t-\t%.2f\t%.2f ms vs %.2f ms\n", m / b, m / 1e3, b / 1e3
 }'

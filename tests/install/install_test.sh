@@ -45,7 +45,7 @@ if [ -n "$run" ]; then
         chmod +x "$work/emulated/$tool"
     done
     qavlua=$work/emulated/qavlua
-    export QAVLUA_EXE="$qavlua"
+    export QAVLUA_EXE="$qavlua" QAVLUA_EMULATOR="$run" # the runner starts its engine through it too
 fi
 
 # The installed runner in a fresh sandbox: a device script, and an installed example that builds

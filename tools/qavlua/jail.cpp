@@ -11,6 +11,7 @@
 #include "jail.h"
 
 #include <fcntl.h>
+#include <spawn.h>
 #include <sys/file.h>
 #include <sys/stat.h>
 #include <sys/wait.h>
@@ -24,6 +25,8 @@
 #include <cstdio>
 #include <cstdlib>
 #include <cstring>
+
+extern char **environ;
 
 namespace qavlua {
 namespace {
@@ -62,10 +65,13 @@ class MountPoints {
     MountPoints &operator=(const MountPoints &) = delete;
     ~MountPoints() { Remove(); }
 
-    // `path` (absolute, as seen in the jail) becomes a directory of R.
-    bool Directory(const std::string &path) {
+    // `path` (absolute, as seen in the jail) becomes a directory of R. A `lasting` one (the
+    // device root's own /usr, /dev, /proc, /tmp) stays after the run, like the links below.
+    bool Directory(const std::string &path, bool lasting = false) {
         std::vector<std::string> parts = Components(path);
+        size_t made = made_.size();
         int fd = Open(parts, parts.size(), true);
+        if (lasting) made_.resize(made);
         if (fd < 0) return false;
         close(fd);
         return true;
@@ -88,22 +94,20 @@ class MountPoints {
                 ok = Fail(path, std::strerror(errno));
             } else {
                 close(fd);
-                made_.push_back({parts, Kind::File, {}});
+                made_.push_back({parts, Kind::File});
             }
         }
         close(parent);
         return ok;
     }
 
-    // A top-level link of R pointing at `target`: made when R has nothing there. Returns what R
-    // has at that name in the end: 'l' a link (the runner's or R's own), 'd' a directory, 0 else.
+    // A top-level link of R pointing at `target` (/bin -> usr/bin), made when R has nothing there
+    // and kept, as a device root has it. Returns what R has at that name in the end: 'l' a link
+    // (the runner's or R's own), 'd' a directory, 0 else.
     char Link(const std::string &name, const std::string &target) {
         struct stat st {};
-        if (fstatat(rootFd_, name.c_str(), &st, AT_SYMLINK_NOFOLLOW) != 0) {
-            if (symlinkat(target.c_str(), rootFd_, name.c_str()) != 0) return 0;
-            made_.push_back({{name}, Kind::Link, target});
-            return 'l';
-        }
+        if (fstatat(rootFd_, name.c_str(), &st, AT_SYMLINK_NOFOLLOW) != 0)
+            return symlinkat(target.c_str(), rootFd_, name.c_str()) == 0 ? 'l' : 0;
         return S_ISLNK(st.st_mode) ? 'l' : S_ISDIR(st.st_mode) ? 'd' : 0;
     }
 
@@ -118,11 +122,6 @@ class MountPoints {
                     (void)unlinkat(parent, name, AT_REMOVEDIR); // only when still empty
                 } else if (it->kind == Kind::File && S_ISREG(st.st_mode) && st.st_size == 0) {
                     (void)unlinkat(parent, name, 0);
-                } else if (it->kind == Kind::Link && S_ISLNK(st.st_mode)) {
-                    char target[PATH_MAX];
-                    ssize_t n = readlinkat(parent, name, target, sizeof target - 1);
-                    if (n >= 0 && it->target == std::string(target, static_cast<size_t>(n)))
-                        (void)unlinkat(parent, name, 0);
                 }
             }
             close(parent);
@@ -133,11 +132,10 @@ class MountPoints {
     std::string error;
 
   private:
-    enum class Kind { Directory, File, Link };
+    enum class Kind { Directory, File };
     struct Made {
         std::vector<std::string> parts;
         Kind kind;
-        std::string target;
     };
 
     bool Fail(const std::string &path, const char *why) {
@@ -161,8 +159,7 @@ class MountPoints {
             if (next < 0 && errno == ENOENT && create && mkdirat(fd, parts[i].c_str(), 0755) == 0) {
                 made_.push_back(
                     {std::vector<std::string>(parts.begin(), parts.begin() + static_cast<long>(i) + 1),
-                     Kind::Directory,
-                     {}});
+                     Kind::Directory});
                 next = openat(fd, parts[i].c_str(), O_RDONLY | O_DIRECTORY | O_NOFOLLOW | O_CLOEXEC);
             }
             if (next < 0 && create) {
@@ -220,13 +217,18 @@ int RunBubblewrap(const std::vector<std::string> &args, const int status[2], boo
     ignore.sa_handler = SIG_IGN;
     sigaction(SIGINT, &ignore, &oldInt);
     sigaction(SIGQUIT, &ignore, &oldQuit);
-    pid_t pid = fork();
-    if (pid == 0) {
-        sigaction(SIGINT, &oldInt, nullptr);
-        sigaction(SIGQUIT, &oldQuit, nullptr);
-        execv(argv[0], argv.data());
-        _exit(127);
-    }
+    // The child gets the default dispositions back; posix_spawn avoids copying this process.
+    posix_spawnattr_t attr;
+    posix_spawnattr_init(&attr);
+    sigset_t defaults;
+    sigemptyset(&defaults);
+    sigaddset(&defaults, SIGINT);
+    sigaddset(&defaults, SIGQUIT);
+    posix_spawnattr_setsigdefault(&attr, &defaults);
+    posix_spawnattr_setflags(&attr, POSIX_SPAWN_SETSIGDEF);
+    pid_t pid = -1;
+    if (posix_spawn(&pid, argv[0], nullptr, &attr, argv.data(), environ) != 0) pid = -1;
+    posix_spawnattr_destroy(&attr);
     close(status[1]);
     std::string report;
     if (pid > 0) {
@@ -286,13 +288,13 @@ int RunInJail(const JailPlan &plan) {
                 if (points.Link(tree + 1, std::string(target, static_cast<size_t>(n))) == 'd')
                     args.insert(args.end(), {"--ro-bind", tree, tree});
             } else if (S_ISDIR(st.st_mode)) {
-                ok = ok && points.Directory(tree);
+                ok = ok && points.Directory(tree, true);
                 args.insert(args.end(), {"--ro-bind", tree, tree});
             }
         }
         if (hostRoot >= 0) close(hostRoot);
         for (const char *dir : {"/dev", "/proc", "/tmp"})
-            ok = ok && points.Directory(dir);
+            ok = ok && points.Directory(dir, true);
         args.insert(args.end(), {"--dev", "/dev", "--proc", "/proc", "--tmpfs", "/tmp"});
 
         // Each path once, parents before children; writable where any request asks for it.

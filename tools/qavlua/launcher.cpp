@@ -13,6 +13,7 @@
 #include <sys/stat.h>
 #include <unistd.h>
 
+#include <algorithm>
 #include <cerrno>
 #include <cstdio>
 #include <cstdlib>
@@ -85,6 +86,19 @@ qavlua::JailPlan base_plan(const std::string &root) {
                 {"ZAKHOST_ROOT", "/"},
                 {"ZAKHOST_JAILED", "1"}};
     plan.command = engine_command();
+    // A runner named by QAVLUA_EXE (a wrapper that starts it under an emulator) and its neighbours.
+    if (const char *exe = std::getenv("QAVLUA_EXE"); exe != nullptr && *exe == '/' && Exists(exe))
+        plan.readOnly.push_back(DirectoryOf(Resolved(exe)));
+    // What the emulator names (its target libraries, "-E LD_LIBRARY_PATH=a:b") must be there too.
+    for (size_t i = 0; i + 1 < plan.command.size(); ++i) {
+        std::string word = plan.command[i].substr(plan.command[i].find('=') + 1);
+        for (size_t start = 0; start < word.size();) {
+            size_t end = std::min(word.find(':', start), word.size());
+            std::string path = word.substr(start, end - start);
+            if (!path.empty() && path[0] == '/' && Exists(path)) plan.readOnly.push_back(Resolved(path));
+            start = end + 1;
+        }
+    }
     return plan;
 }
 
@@ -116,8 +130,9 @@ std::string in_jail(const std::string &path, const std::string &root) {
 // A path that the run names: visible in the jail, under the name it has there.
 std::string named_path(const std::string &path, qavlua::JailPlan *plan) {
     std::string inside = in_jail(path, plan->root);
-    if (inside == path) keep_visible(path, &plan->readOnly);
-    return inside;
+    if (inside != path || path.empty() || path[0] != '/' || !Exists(path)) return inside;
+    keep_visible(path, &plan->readOnly);
+    return Resolved(path); // what is bound: "a/../b" may not exist in the jail, "b" does
 }
 
 int run_jailed(const qavlua::Options &o, const std::string &root) {
