@@ -19,10 +19,6 @@
 #include <cstdlib>
 #include <cstring>
 
-extern "C" {
-#include <lua.h>
-}
-
 #include "jail.h"
 #include "options.h"
 
@@ -198,18 +194,7 @@ int main(int argc, char **argv) {
     for (const char *command : kEngineCommands)
         if (!words.empty() && words[0] == command) exec_engine(argv);
     qavlua::Options o = qavlua::ParseCommandLine(words);
-    switch (o.command) {
-    case qavlua::Command::Help:
-        std::fputs(qavlua::kUsage, stdout);
-        return 0;
-    case qavlua::Command::Version:
-        std::printf("qavlua %s (%s)\n", QAVLUA_VERSION, LUA_RELEASE);
-        return 0;
-    case qavlua::Command::Error:
-        return qavlua::UsageError(o.error);
-    default:
-        break;
-    }
+    if (int status = qavlua::Answer(o); status >= 0) return status;
     // Inside the jail (a script that starts qavlua again) the jail already confines the run.
     if (o.noJail || jailed()) exec_engine(argv);
     if (o.command == qavlua::Command::Init) return init(o.root);

@@ -6,6 +6,10 @@
 #include <cstdio>
 #include <cstdlib>
 
+extern "C" {
+#include <lua.h>
+}
+
 namespace qavlua {
 
 const char *const kUsage =
@@ -27,6 +31,21 @@ const char *const kUsage =
 int UsageError(const std::string &why) {
     std::fprintf(stderr, "qavlua: %s\n%s", why.c_str(), kUsage);
     return 2;
+}
+
+int Answer(const Options &o) {
+    switch (o.command) {
+    case Command::Help:
+        std::fputs(kUsage, stdout);
+        return 0;
+    case Command::Version:
+        std::printf("qavlua %s (%s)\n", QAVLUA_VERSION, LUA_RELEASE);
+        return 0;
+    case Command::Error:
+        return UsageError(o.error);
+    default:
+        return -1;
+    }
 }
 
 std::string Absolute(const std::string &path) {

@@ -27,6 +27,8 @@ struct Options {
 };
 
 Options ParseCommandLine(const std::vector<std::string> &words);
+// Answers --help, --version and a usage error: the exit status; -1 for a command to carry out.
+int Answer(const Options &o);
 // Prints the error and the usage; returns the exit status 2.
 int UsageError(const std::string &why);
 

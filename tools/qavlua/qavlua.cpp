@@ -161,18 +161,7 @@ int main(int argc, char **argv) {
     if (argc >= 2 && std::strcmp(argv[1], "sweep") == 0)
         return qavlua::sweep_main(std::vector<std::string>(argv + 2, argv + argc));
     qavlua::Options o = qavlua::ParseCommandLine(std::vector<std::string>(argv + 1, argv + argc));
-    switch (o.command) {
-    case qavlua::Command::Help:
-        std::fputs(qavlua::kUsage, stdout);
-        return 0;
-    case qavlua::Command::Version:
-        std::printf("qavlua %s (%s)\n", QAVLUA_VERSION, LUA_RELEASE);
-        return 0;
-    case qavlua::Command::Error:
-        return qavlua::UsageError(o.error);
-    default:
-        break;
-    }
+    if (int status = qavlua::Answer(o); status >= 0) return status;
     // Only in the jail, or where the user said in so many words that there is none.
     if (!zakhost::jailed() && !o.noJail) {
         std::fprintf(stderr, "qavlua-engine: scripts run in the device jail: start them with qavlua "
