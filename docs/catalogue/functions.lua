@@ -239,7 +239,7 @@ fn{name = "pat_GetHardtypeOfColdPatHardRst", entry = "l_get_hardtypeOfColdPatHar
 
 -- Port-ID assignment ---------------------------------------------------------------------------
 fn({name = "qav_luaAssignPortID", entry = "QAV_LuaAssignPortID", area = "port", args = "osnode:integer",
-   results = "status:integer, port:integer", codes = {"0 assigned", "1 out of memory (port 41000)", "2 bad argument (port 0)"},
+   results = "status:integer, port:integer", codes = {"0 assigned", "1 out of memory (port 41000)", "2 bad argument, with port 0"},
    summary = "Hands out the next port of an OS node, rotating through 41004 to 41128."}, {badcount = 2})
 fn({name = "qav_luaSetCurPortID", entry = "QAV_LuaSetCurPortID", area = "port", args = "osnode:integer, position:integer",
    results = "status:integer", codes = {"0 set", "2 bad arguments or position 0", "0xFFFFFFFF out of memory"},
