@@ -23,7 +23,7 @@ F.home = "../home"
 F.versions = F.home .. "/versions"
 F.boot = F.home .. "/boot.ini"
 
-local RECURSIVE, KEEP, FORCE = 0x2, 0x4, 0x8
+local RECURSIVE, KEEP, FORCE = 0x2, 0x4, 0x8 -- separate bits, added (Lua 5.2 has no |)
 
 local function write_file(path, content)
     local f, err = io.open(path, "wb")
@@ -78,10 +78,10 @@ end
 function F.install(version)
     local package = F.home .. "/download/" .. version
     local staging = F.versions .. "/" .. version .. ".staging"
-    m.luafs_rm(staging, RECURSIVE | FORCE) -- what an earlier attempt left
+    m.luafs_rm(staging, RECURSIVE + FORCE) -- what an earlier attempt left
     local rc = m.luafs_mkdir(F.versions, 493, RECURSIVE)
     if rc ~= 0 then return nil, ("cannot make %s (code %d)"):format(F.versions, rc) end
-    rc = m.luafs_cp(package, staging, RECURSIVE | KEEP)
+    rc = m.luafs_cp(package, staging, RECURSIVE + KEEP)
     if rc ~= 0 then return nil, ("staging %s failed (code %d)"):format(version, rc) end
     local lines = {}
     for _, name in ipairs({"app.bin", "lib.bin"}) do
@@ -109,7 +109,7 @@ function F.switch(version)
 end
 
 function F.remove_version(version)
-    local rc = m.luafs_rm(F.versions .. "/" .. version, RECURSIVE | FORCE)
+    local rc = m.luafs_rm(F.versions .. "/" .. version, RECURSIVE + FORCE)
     if rc ~= 0 then return nil, ("removing %s failed (code %d)"):format(version, rc) end
     return true
 end
@@ -136,7 +136,7 @@ function F.main(target, order)
                       {"boot V1", F.switch, "V1"}}) then
             return print("factory install aborted")
         end
-        m.luafs_rm(F.home .. "/download/V1", RECURSIVE | FORCE)
+        m.luafs_rm(F.home .. "/download/V1", RECURSIVE + FORCE)
     end
     local running, why = F.booted()
     if not running then return print("upgrade aborted: " .. why) end
@@ -152,7 +152,7 @@ function F.main(target, order)
         steps[#steps + 1], steps[#steps + 2] = switch, clean
     end
     local done = F.run(steps)
-    m.luafs_rm(F.home .. "/download/" .. target, RECURSIVE | FORCE)
+    m.luafs_rm(F.home .. "/download/" .. target, RECURSIVE + FORCE)
     -- A release that fails (a platform mutex or clock failure) is tried again: a lock left taken
     -- would hold up every later upgrade step until it expires.
     local unlock
