@@ -10,6 +10,7 @@
 // library: a jailed start costs little more than the engine's own start and bubblewrap's. Without
 // a jail (--no-jail), inside one already, and for the engine's own commands it hands the whole
 // command line to the engine.
+#include <fcntl.h>
 #include <sys/stat.h>
 #include <unistd.h>
 
@@ -131,6 +132,27 @@ std::string named_path(const std::string &path, qavlua::JailPlan *plan) {
     return Resolved(path); // what is bound: "a/../b" may not exist in the jail, "b" does
 }
 
+constexpr const char *kCoverageInR = "/.qavlua-coverage.info";
+
+// Copies a file the jail left in R (a plain file, never a link a script put there) to `to`, and
+// removes it from R.
+bool move_out_of_root(const std::string &from, const std::string &to) {
+    int in = open(from.c_str(), O_RDONLY | O_NOFOLLOW | O_NONBLOCK | O_CLOEXEC);
+    if (in < 0) return false;
+    struct stat st {};
+    bool ok = fstat(in, &st) == 0 && S_ISREG(st.st_mode);
+    int out = ok ? open(to.c_str(), O_WRONLY | O_CREAT | O_TRUNC | O_CLOEXEC, 0644) : -1;
+    char buffer[65536];
+    ssize_t n = 0;
+    while (out >= 0 && (n = read(in, buffer, sizeof buffer)) > 0)
+        ok = ok && write(out, buffer, static_cast<size_t>(n)) == n;
+    ok = ok && out >= 0 && n == 0;
+    if (out >= 0 && close(out) != 0) ok = false;
+    close(in);
+    unlink(from.c_str());
+    return ok;
+}
+
 int run_jailed(const qavlua::Options &o, const std::string &root) {
     qavlua::JailPlan plan = base_plan(root);
     for (const std::string &p : o.readOnly)
@@ -155,12 +177,14 @@ int run_jailed(const qavlua::Options &o, const std::string &root) {
         if (in_jail(dir, root) == dir) plan.writable.push_back(dir);
         plan.env.emplace_back("ZAKHOST_LOG_DIR", in_jail(dir, root));
     }
+    // The engine writes the tracefile inside R; the runner moves it to where it was asked for
+    // afterwards, so the jail needs no writable way out.
+    std::string coverage;
     if (!o.coverage.empty()) {
-        // The tracefile is written by the engine: its directory stays writable in the jail.
-        std::string file =
-            Resolved(DirectoryOf(o.coverage)) + "/" + o.coverage.substr(o.coverage.rfind('/') + 1);
-        if (in_jail(file, root) == file) plan.writable.push_back(DirectoryOf(file));
-        plan.command.insert(plan.command.end(), {"--coverage", in_jail(file, root)});
+        coverage = Resolved(DirectoryOf(o.coverage)) + "/" + o.coverage.substr(o.coverage.rfind('/') + 1);
+        std::string inside = in_jail(coverage, root);
+        plan.command.insert(plan.command.end(), {"--coverage", inside != coverage ? inside : kCoverageInR});
+        if (inside != coverage) coverage.clear();
     }
     if (o.jobs > 0) plan.command.insert(plan.command.end(), {"-j", std::to_string(o.jobs)});
     for (const std::string &s : o.scripts)
@@ -168,7 +192,12 @@ int run_jailed(const qavlua::Options &o, const std::string &root) {
     for (const std::string &a : o.args)
         plan.command.push_back(named_path(a, &plan));
     plan.workdir = "/zakv8/main/bin";
-    return qavlua::RunInJail(plan);
+    int status = qavlua::RunInJail(plan);
+    if (!coverage.empty() && !move_out_of_root(root + kCoverageInR, coverage)) {
+        std::fprintf(stderr, "qavlua: cannot write the coverage file %s\n", coverage.c_str());
+        if (status == 0) status = 1;
+    }
+    return status;
 }
 
 // `qavlua init ROOT`: the layout is written from inside the jail too, so that nothing R already
