@@ -32,8 +32,9 @@ command -v qemu-arm-static >/dev/null || command -v qemu-arm >/dev/null || skip 
 # for headers and link names, their runtime libraries, and what those load in turn (C and C++
 # runtimes come with the cross compiler).
 packages="libssl-dev libssl3 liblua5.4-dev liblua5.4-0 libxml2-dev libxml2 libicu-dev libicu72
-          liblzma5 zlib1g libcrypt-dev libcrypt1 libgtest-dev"
-if [ ! -f "$sysroot/.complete" ]; then
+          liblzma5 zlib1g libcrypt-dev libcrypt1 libgtest-dev nlohmann-json3-dev"
+# The marker holds the package list, so that a changed list makes the sysroot anew.
+if [ "$(cat "$sysroot/.complete" 2>/dev/null)" != "$(echo $packages)" ]; then
     rm -rf "$sysroot" "$build/debs"
     mkdir -p "$sysroot" "$build/debs"
     names=""
@@ -46,7 +47,7 @@ if [ ! -f "$sysroot/.complete" ]; then
     find "$sysroot" -type l -lname '/*' | while read -r link; do
         ln -sfn "$sysroot$(readlink "$link")" "$link"
     done
-    touch "$sysroot/.complete"
+    echo $packages >"$sysroot/.complete"
 fi
 
 cmake -S "$src" -B "$build" -DCMAKE_TOOLCHAIN_FILE="$src/cmake/armhf-toolchain.cmake" \

@@ -8,6 +8,7 @@
 set -eu
 args=${*:-5.4}
 packages="cmake make g++ pkg-config libxml2-dev libssl-dev libcrypt-dev libgtest-dev openssl bubblewrap"
+packages="$packages nlohmann-json3-dev" # sweep reports are read back with it
 packages="$packages libxml2-utils lcov" # the sweep tests validate JUnit files; genhtml renders coverage
 packages="$packages lua-busted" # the busted example runs its test file through qavlua
 packages="$packages passwd libpam-modules perl" # the password tool in the device jail, crypt(3) in tests

@@ -11,6 +11,8 @@
 #include <fstream>
 #include <sstream>
 
+#include <nlohmann/json.hpp>
+
 #include "host.h"
 #include "sweep.h"
 
@@ -117,168 +119,24 @@ Json to_json(const SweepReport &report) {
     return j;
 }
 
-class JsonParser {
-  public:
-    explicit JsonParser(std::string_view text) : t_(text) {}
-    bool parse(Json &out) {
-        bool ok = value(out, 0);
-        space();
-        return ok && i_ == t_.size();
-    }
+// Reports are read back with nlohmann-json; a field of the wrong type reads as empty or 0.
+using Parsed = nlohmann::json;
 
-  private:
-    std::string_view t_;
-    size_t i_ = 0;
-
-    void space() {
-        while (i_ < t_.size() && std::strchr(" \t\r\n", t_[i_]) != nullptr)
-            ++i_;
-    }
-    bool literal(const char *word) {
-        size_t n = std::strlen(word);
-        if (t_.substr(i_, n) != word) return false;
-        i_ += n;
-        return true;
-    }
-    static void utf8(std::string &out, uint32_t c) {
-        if (c < 0x80) {
-            out += static_cast<char>(c);
-        } else if (c < 0x800) {
-            out += static_cast<char>(0xC0 | (c >> 6));
-            out += static_cast<char>(0x80 | (c & 0x3F));
-        } else if (c < 0x10000) {
-            out += static_cast<char>(0xE0 | (c >> 12));
-            out += static_cast<char>(0x80 | ((c >> 6) & 0x3F));
-            out += static_cast<char>(0x80 | (c & 0x3F));
-        } else {
-            out += static_cast<char>(0xF0 | (c >> 18));
-            out += static_cast<char>(0x80 | ((c >> 12) & 0x3F));
-            out += static_cast<char>(0x80 | ((c >> 6) & 0x3F));
-            out += static_cast<char>(0x80 | (c & 0x3F));
-        }
-    }
-    bool hex4(uint32_t &c) {
-        if (i_ + 4 > t_.size()) return false;
-        c = 0;
-        for (int k = 0; k < 4; ++k) {
-            char h = t_[i_++];
-            c <<= 4;
-            if (h >= '0' && h <= '9')
-                c |= static_cast<uint32_t>(h - '0');
-            else if (h >= 'a' && h <= 'f')
-                c |= static_cast<uint32_t>(h - 'a' + 10);
-            else if (h >= 'A' && h <= 'F')
-                c |= static_cast<uint32_t>(h - 'A' + 10);
-            else
-                return false;
-        }
-        return true;
-    }
-    bool string(std::string &out) {
-        if (i_ >= t_.size() || t_[i_] != '"') return false;
-        ++i_;
-        while (i_ < t_.size() && t_[i_] != '"') {
-            char c = t_[i_++];
-            if (c != '\\') {
-                out += c;
-                continue;
-            }
-            if (i_ >= t_.size()) return false;
-            char e = t_[i_++];
-            const char *from = "\"\\/bfnrt", *to = "\"\\/\b\f\n\r\t";
-            if (const char *p = std::strchr(from, e); p != nullptr && e != '\0') {
-                out += to[p - from];
-            } else if (e == 'u') {
-                uint32_t c1 = 0, c2 = 0;
-                if (!hex4(c1)) return false;
-                if (c1 >= 0xD800 && c1 < 0xDC00 && literal("\\u") && hex4(c2) && c2 >= 0xDC00 && c2 < 0xE000)
-                    c1 = 0x10000 + ((c1 - 0xD800) << 10) + (c2 - 0xDC00);
-                utf8(out, c1);
-            } else {
-                return false;
-            }
-        }
-        if (i_ >= t_.size()) return false;
-        ++i_;
-        return true;
-    }
-    bool value(Json &out, int depth) {
-        space();
-        if (depth > 64 || i_ >= t_.size()) return false;
-        char c = t_[i_];
-        if (c == '{') {
-            ++i_;
-            out = Json::object();
-            space();
-            if (i_ < t_.size() && t_[i_] == '}') return ++i_, true;
-            for (;;) {
-                std::string key;
-                Json item;
-                space();
-                if (!string(key)) return false;
-                space();
-                if (!literal(":") || !value(item, depth + 1)) return false;
-                out.set(key, item);
-                space();
-                if (literal("}")) return true;
-                if (!literal(",")) return false;
-            }
-        }
-        if (c == '[') {
-            ++i_;
-            out = Json::array();
-            space();
-            if (i_ < t_.size() && t_[i_] == ']') return ++i_, true;
-            for (;;) {
-                Json item;
-                if (!value(item, depth + 1)) return false;
-                out.push(item);
-                space();
-                if (literal("]")) return true;
-                if (!literal(",")) return false;
-            }
-        }
-        if (c == '"') {
-            std::string text;
-            if (!string(text)) return false;
-            out = Json::of(text);
-            return true;
-        }
-        if (literal("true")) return out = Json::of(true), true;
-        if (literal("false")) return out = Json::of(false), true;
-        if (literal("null")) return out = Json(), true;
-        std::string number(t_.substr(i_, std::min<size_t>(t_.size() - i_, 40)));
-        char *end = nullptr;
-        double v = std::strtod(number.c_str(), &end);
-        if (end == number.c_str() || !std::isfinite(v)) return false;
-        i_ += static_cast<size_t>(end - number.c_str());
-        out = Json::of(v);
-        return true;
-    }
-};
-
-const Json *field(const Json &object, const char *key) {
-    for (const auto &[name, value] : object.fields)
-        if (name == key) return &value;
-    return nullptr;
+std::string text_of(const Parsed &object, const char *key) {
+    auto v = object.find(key);
+    return v != object.end() && v->is_string() ? v->get<std::string>() : "";
 }
 
-std::string text_of(const Json &object, const char *key) {
-    const Json *v = field(object, key);
-    return v != nullptr && v->kind == Json::Kind::String ? v->text : "";
+uint64_t number_of(const Parsed &object, const char *key) {
+    auto v = object.find(key);
+    return v != object.end() && v->is_number() && v->get<double>() >= 0 ? v->get<uint64_t>() : 0;
 }
 
-uint64_t number_of(const Json &object, const char *key) {
-    const Json *v = field(object, key);
-    return v != nullptr && v->kind == Json::Kind::Number && v->number >= 0 ? static_cast<uint64_t>(v->number)
-                                                                           : 0;
-}
-
-std::vector<std::string> strings_of(const Json &object, const char *key) {
+std::vector<std::string> strings_of(const Parsed &object, const char *key) {
     std::vector<std::string> out;
-    if (const Json *v = field(object, key); v != nullptr && v->kind == Json::Kind::Array)
-        for (const Json &item : v->items)
-            if (item.kind == Json::Kind::String) out.push_back(item.text);
+    if (auto v = object.find(key); v != object.end() && v->is_array())
+        for (const Parsed &item : *v)
+            if (item.is_string()) out.push_back(item.get<std::string>());
     return out;
 }
 
@@ -444,8 +302,8 @@ bool write_junit(const std::string &file, const SweepReport &report) {
 std::string read_json(const std::string &file, SweepReport &report) {
     if (access(file.c_str(), R_OK) != 0) return "cannot read " + file;
     std::string text = read_text(file);
-    Json j;
-    if (!JsonParser(text).parse(j) || j.kind != Json::Kind::Object) return file + " is not JSON";
+    Parsed j = Parsed::parse(text, nullptr, false);
+    if (j.is_discarded() || !j.is_object()) return file + " is not JSON";
     if (text_of(j, "tool") != "qavlua sweep") return file + " is not a qavlua sweep report";
     report.kind = text_of(j, "kind");
     if (report.kind != "faults" && report.kind != "power-cut") return file + ": unknown sweep kind";
@@ -459,16 +317,15 @@ std::string read_json(const std::string &file, SweepReport &report) {
     report.shard = static_cast<int>(number_of(j, "shard"));
     report.jobs = static_cast<int>(number_of(j, "jobs"));
     report.ms = number_of(j, "ms");
-    if (const Json *merged = field(j, "merged_shards");
-        merged != nullptr && merged->kind == Json::Kind::Array)
-        for (const Json &s : merged->items)
-            report.merged_shards.push_back(static_cast<int>(s.number));
+    if (auto merged = j.find("merged_shards"); merged != j.end() && merged->is_array())
+        for (const Parsed &s : *merged)
+            report.merged_shards.push_back(s.is_number() ? s.get<int>() : 0);
     else
         report.merged_shards.push_back(report.shard);
     if (report.shards < 1) return file + ": no shard count";
-    const Json *runs = field(j, "runs");
-    if (runs == nullptr || runs->kind != Json::Kind::Array) return file + ": no runs";
-    for (const Json &r : runs->items) {
+    auto runs = j.find("runs");
+    if (runs == j.end() || !runs->is_array()) return file + ": no runs";
+    for (const Parsed &r : *runs) {
         SweepRun run;
         run.index = number_of(r, "index");
         run.point = text_of(r, "point");
