@@ -32,13 +32,16 @@ command -v qemu-arm-static >/dev/null || command -v qemu-arm >/dev/null || skip 
 # for headers and link names, their runtime libraries, and what those load in turn (C and C++
 # runtimes come with the cross compiler).
 packages="libssl-dev libssl3 liblua5.4-dev liblua5.4-0 libxml2-dev libxml2 libicu-dev libicu72
-          liblzma5 zlib1g libcrypt-dev libcrypt1 libgtest-dev nlohmann-json3-dev"
+          liblzma5 zlib1g libcrypt-dev libcrypt1 libgtest-dev"
+# Header-only packages are the same for every architecture ("Architecture: all").
+headers="nlohmann-json3-dev"
 # The marker holds the package list, so that a changed list makes the sysroot anew.
-if [ "$(cat "$sysroot/.complete" 2>/dev/null)" != "$(echo $packages)" ]; then
+if [ "$(cat "$sysroot/.complete" 2>/dev/null)" != "$(echo $packages $headers)" ]; then
     rm -rf "$sysroot" "$build/debs"
     mkdir -p "$sysroot" "$build/debs"
     names=""
     for p in $packages; do names="$names $p:armhf"; done
+    names="$names $headers"
     # apt drops to its own user for downloads; let it write here.
     chmod 777 "$build/debs"
     (cd "$build/debs" && apt-get download -qq $names) || skip "cannot download the armhf packages:$names"
@@ -47,7 +50,7 @@ if [ "$(cat "$sysroot/.complete" 2>/dev/null)" != "$(echo $packages)" ]; then
     find "$sysroot" -type l -lname '/*' | while read -r link; do
         ln -sfn "$sysroot$(readlink "$link")" "$link"
     done
-    echo $packages >"$sysroot/.complete"
+    echo $packages $headers >"$sysroot/.complete"
 fi
 
 cmake -S "$src" -B "$build" -DCMAKE_TOOLCHAIN_FILE="$src/cmake/armhf-toolchain.cmake" \
