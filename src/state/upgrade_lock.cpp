@@ -223,13 +223,14 @@ uint32_t QAV_UnLock_checkable(uint32_t type, const char *vmlist, uint32_t *now) 
         Log(qav::kLogFailure, "[UPG-LOCK]upgrade lock is uninitialized. Pls set lock first!");
         return 1;
     }
-    if (QAV_GetSysTime(now) != 0) {
-        Log(qav::kLogFailure, "[UPG-LOCK]get system time failed!");
-        return 1;
-    }
     if (NUK_MutexLock(g_pUpgradeMutex) != 0) {
         Log(qav::kLogFailure, "[UPG-LOCK]get upgrade mutex failed!");
         return 1;
+    }
+    // Read under the mutex (see QAV_Lock).
+    if (QAV_GetSysTime(now) != 0) {
+        Log(qav::kLogFailure, "[UPG-LOCK]get system time failed!");
+        return ReleaseWith(1);
     }
     return 0;
 }
@@ -264,14 +265,17 @@ QAV_ENTRY_FUNCTION QAV_Lock(lua_State *state) {
     uint32_t type = SYSDT_SPTI_ToUInt(state, 2);
     const char *vmlist = SYSDT_SPTI_ToString(state, 3);
     Log(qav::kLogStateChange, "[UPG-LOCK]starting set lock, type:%u, vmlist :%s!", type, Shown(vmlist));
-    uint32_t now = 0;
-    if (QAV_GetSysTime(&now) != 0) {
-        Log(qav::kLogFailure, "[UPG-LOCK]get system time failed!");
-        return qav::ReturnUInt(state, qav::kFailed);
-    }
     if (NUK_MutexLock(g_pUpgradeMutex) != 0) {
         Log(qav::kLogFailure, "[UPG-LOCK]get upgrade mutex failed!");
         return qav::ReturnUInt(state, qav::kFailed);
+    }
+    // The time is read with the mutex held. Read before it, a script that waited across a second
+    // boundary would carry a time older than the start another holder has just recorded, and the
+    // unsigned age would wrap and wipe every live VM list as expired.
+    uint32_t now = 0;
+    if (QAV_GetSysTime(&now) != 0) {
+        Log(qav::kLogFailure, "[UPG-LOCK]get system time failed!");
+        return qav::ReturnUInt(state, ReleaseWith(qav::kFailed));
     }
     // An expired lock vanishes here silently.
     if (QAV_IsInLockTime(now) == 0) QAV_SuLockInit();
