@@ -26,14 +26,18 @@ void QAV_SetSWMLock(uint32_t lockTime, uint32_t agingTime) {
 QAV_ENTRY_FUNCTION QAV_SWMLock(lua_State *state) {
     if (!qav::ArgsMatch(state, ".")) return qav::ReturnUInt(state, qav::kFailed);
     uint32_t agingTime = SYSDT_SPTI_ToUInt(state, 1);
-    uint32_t now = 0;
-    if (QAV_GetSysTime(&now) != 0) return qav::ReturnUInt(state, 1);
     if (NUK_MutexLock(g_pSoftwareManageMutex) != 0) return qav::ReturnUInt(state, 1);
-    uint32_t rc = 2;
-    // An expired lock is silently taken over.
-    if (QAV_IsSWMLocked(now) == 0) {
-        QAV_SetSWMLock(now, agingTime);
-        rc = 0;
+    // Read under the mutex: a time read before waiting for it can be older than the lock time
+    // another holder has just set, and the unsigned age would wrap into "expired".
+    uint32_t now = 0;
+    uint32_t rc = 1;
+    if (QAV_GetSysTime(&now) == 0) {
+        rc = 2;
+        // An expired lock is silently taken over.
+        if (QAV_IsSWMLocked(now) == 0) {
+            QAV_SetSWMLock(now, agingTime);
+            rc = 0;
+        }
     }
     (void)NUK_MutexUnlock(g_pSoftwareManageMutex);
     return qav::ReturnUInt(state, rc);

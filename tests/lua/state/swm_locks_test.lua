@@ -51,6 +51,15 @@ T.case("bad argument counts, clock and mutex failures push 1", function()
     T.eq(m.qav_SWMUnLock(), 1)
     T.eq(m.qav_SWMLock(10), 2, "a failed unlock leaves the lock")
     m.qav_SWMUnLock()
+    -- The clock is read under the mutex (a time read before waiting can predate the holder's):
+    -- with both failing, the mutex fails first and the clock failure is still pending.
+    zh.inject("ZAK_OsClockGetTime", 0, 0, 1)
+    zh.inject("NUK_MutexLock", 1)
+    T.eq(m.qav_SWMLock(10), 1)
+    T.eq(m.qav_SWMUnLock(), 0)
+    T.eq(m.qav_SWMLock(10), 1)
+    T.eq(m.qav_SWMLock(10), 0)
+    m.qav_SWMUnLock()
 end)
 
 T.case("the HA vnode lock is only ever tried", function()
