@@ -71,11 +71,11 @@ for _, a in ipairs(cat.areas) do
     check(areaStart[a.id] ~= nil, "reference section of area " .. a.id)
 end
 for _, f in ipairs(cat.functions) do
-    local at = reference:find("\n### " .. f.name .. "\n", 1, true)
+    local at = reference:find("\n#### " .. f.name .. "\n", 1, true)
     check(at ~= nil, "reference section of " .. f.name)
     if at and areaStart[f.area] then
         check(at > areaStart[f.area], f.name .. " is documented under its area")
-        local section = reference:sub(at + 1, (reference:find("\n### ", at + 1, true) or #reference))
+        local section = reference:sub(at + 1, (reference:find("\n###", at + 1, true) or #reference))
         for _, code in ipairs(f.codes) do
             local value, meaning = code:match("^([<>=]*%-?%d[%w]*)%s+(.*)$")
             local line = value and ("- `" .. value .. "` " .. meaning) or ("- " .. code)
@@ -88,8 +88,8 @@ end
 -- counts, the profile facts and the logs of the catalogue are there too, and the facts authors
 -- tripped over are named where they matter.
 local function section_of(name)
-    local at = reference:find("\n### " .. name .. "\n", 1, true)
-    return at and reference:sub(at + 1, (reference:find("\n### ", at + 1, true) or #reference)) or ""
+    local at = reference:find("\n#### " .. name .. "\n", 1, true)
+    return at and reference:sub(at + 1, (reference:find("\n###", at + 1, true) or #reference)) or ""
 end
 for _, f in ipairs(cat.functions) do
     local section = section_of(f.name)

@@ -43,21 +43,27 @@ function M.load(path)
     local cat = chunk()
     local problems = {}
     local function bad(msg) problems[#problems + 1] = msg end
-    local areas = {}
+    local areas, topics = {}, {}
     for i, a in ipairs(cat.areas) do
         areas[a.id] = a
         a.order = i
     end
+    for _, t in ipairs(cat.topics) do
+        topics[t.id] = t
+        if not areas[t.area] then bad("topic " .. t.id .. ": unknown area " .. tostring(t.area)) end
+    end
+    cat.topic_by_id = topics
     local seen = {}
     for i, f in ipairs(cat.functions) do
         local where = f.name or ("record " .. i)
-        for _, key in ipairs {"name", "entry", "area", "args", "results", "summary"} do
+        for _, key in ipairs {"name", "entry", "topic", "args", "results", "summary"} do
             if type(f[key]) ~= "string" then bad(where .. ": field " .. key .. " missing") end
         end
         if type(f.codes) ~= "table" then bad(where .. ": codes missing") end
         if f.name and seen[f.name] then bad(where .. ": listed twice") end
         if f.name then seen[f.name] = true end
-        if f.area and not areas[f.area] then bad(where .. ": unknown area " .. tostring(f.area)) end
+        if f.topic and not topics[f.topic] then bad(where .. ": unknown topic " .. tostring(f.topic)) end
+        f.area = topics[f.topic] and topics[f.topic].area
         local msg
         if f.args then f.arglist, msg = M.parse_list(f.args) end
         if msg then bad(where .. ": args: " .. msg) end

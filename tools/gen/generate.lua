@@ -56,11 +56,19 @@ local function counts_line(f)
     return ("%s; another count answers %s."):format(took, code_text(f.badcount))
 end
 
--- Functions grouped by area in catalogue order, areas in their listed order.
-local byArea = {}
+-- Functions grouped by topic in catalogue order; areas and their topics in their listed order.
+local byTopic, byArea = {}, {}
 for _, f in ipairs(cat.functions) do
-    byArea[f.area] = byArea[f.area] or {}
-    table.insert(byArea[f.area], f)
+    byTopic[f.topic] = byTopic[f.topic] or {}
+    table.insert(byTopic[f.topic], f)
+    byArea[f.area] = (byArea[f.area] or 0) + 1
+end
+local function topics_of(area)
+    local list = {}
+    for _, t in ipairs(cat.topics) do
+        if t.area == area.id and byTopic[t.id] then list[#list + 1] = t end
+    end
+    return list
 end
 
 local write = C.write
@@ -80,9 +88,10 @@ local meta = {
 local function add(line) meta[#meta + 1] = line end
 
 for _, area in ipairs(cat.areas) do
-    add("-- " .. area.title .. " " .. string.rep("-", math.max(3, 90 - #area.title)))
+  for _, topic in ipairs(topics_of(area)) do
+    add("-- " .. topic.title .. " " .. string.rep("-", math.max(3, 90 - #topic.title)))
     add("")
-    for _, f in ipairs(byArea[area.id] or {}) do
+    for _, f in ipairs(byTopic[topic.id]) do
         add("---" .. f.summary)
         if #f.codes > 0 then
             add("---")
@@ -97,7 +106,7 @@ for _, area in ipairs(cat.areas) do
             local shape = f.shapes and f.shapes[r.name]
             if shape then add(("---Result `%s`: %s; e.g. `%s`."):format(r.name, shape[1], shape[2])) end
         end
-        add("---Entry function `" .. f.entry .. "`; area: " .. area.title .. ".")
+        add("---Entry function `" .. f.entry .. "`; area: " .. area.title .. " (`src/" .. area.id .. "`).")
         local params = {}
         for _, a in ipairs(f.arglist) do
             local name = ident(a.name)
@@ -116,6 +125,7 @@ for _, area in ipairs(cat.areas) do
         add(("function libqavluacommon.%s(%s) end"):format(f.name, table.concat(params, ", ")))
         add("")
     end
+  end
 end
 add("return libqavluacommon")
 write(meta_out, table.concat(meta, "\n") .. "\n")
@@ -156,20 +166,27 @@ put("## Areas")
 put("")
 for _, area in ipairs(cat.areas) do
     local anchor = area.title:lower():gsub("[^%w%s-]", ""):gsub("%s", "-")
-    put(("- [%s](#%s) (%d)"):format(area.title, anchor, #(byArea[area.id] or {})))
+    put(("- [%s](#%s) (%d)"):format(area.title, anchor, byArea[area.id] or 0))
 end
 put("")
 for _, area in ipairs(cat.areas) do
-    put("## " .. area.title)
-    put("")
+  put("## " .. area.title)
+  put("")
+  put("Library notes: `docs/" .. area.id .. ".md`; sources: `src/" .. area.id .. "/`; map: `docs/map.md`.")
+  put("")
+  for _, topic in ipairs(topics_of(area)) do
+    if topic.title ~= area.title then
+        put("### " .. topic.title)
+        put("")
+    end
     put("| Function | Summary |")
     put("|---|---|")
-    for _, f in ipairs(byArea[area.id] or {}) do
+    for _, f in ipairs(byTopic[topic.id]) do
         put(("| [`%s`](#%s) | %s |"):format(f.name, f.name:lower(), escape(f.summary)))
     end
     put("")
-    for _, f in ipairs(byArea[area.id] or {}) do
-        put("### " .. f.name)
+    for _, f in ipairs(byTopic[topic.id]) do
+        put("#### " .. f.name)
         put("")
         put("```lua")
         put(signature(f))
@@ -234,5 +251,6 @@ for _, area in ipairs(cat.areas) do
             put("")
         end
     end
+  end
 end
 write(reference_out, table.concat(md, "\n"))
