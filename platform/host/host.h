@@ -24,6 +24,8 @@ namespace zakhost {
 std::string root();
 // R joined with an absolute device path: "/etc/shadow" -> "R/etc/shadow".
 std::string in_root(std::string_view absolute_path);
+// The platform's common root as a device path; common_root() is R joined with it.
+inline constexpr const char *kCommonRoot = "/zakv8/main";
 // R/zakv8/main: the platform's common root.
 std::string common_root();
 // Re-reads the environment (tests that switch ZAKHOST_ROOT in one process).
@@ -66,12 +68,8 @@ class XmlErrorsQuiet {
 };
 
 // ---- Profile ---------------------------------------------------------------------------------
-// A default for one profile key; families declare theirs as namespace-scope objects so that
-// `zakhost.profile` and the documentation see every key:
-//     static const zakhost::ProfileDefault kNodeId{"device", "node_id", "1"};
-struct ProfileDefault {
-    ProfileDefault(const char *section, const char *key, const char *value);
-};
+// Every key the host reads has its default in core/profile_defaults.def, so that
+// `zakhost.profile`, the sample profile and the documentation see every key.
 // The value in force: the profile file's, else the declared default, else nullopt.
 std::optional<std::string> profile_value(std::string_view section, std::string_view key);
 std::string profile_string(std::string_view section, std::string_view key);
@@ -98,6 +96,20 @@ bool set_state_value(std::string_view section, std::string_view key, std::string
 // by writing a temporary file beside it and renaming it over: a failed write leaves the old
 // content. False, with the failure reported, when any step fails.
 bool replace_file(const std::string &path, const std::string &content);
+
+// Creates a directory and its missing parents (mode 0755), as `mkdir -p` does. An empty string
+// when `path` is a directory afterwards, else "<the part that failed>: <errno text>".
+std::string make_dirs(const std::string &path);
+
+// ---- Device paths ----------------------------------------------------------------------------
+// A device path is "<storage>:<rest>", where the storage is a key of the profile's [storage]
+// section with a non-empty directory and contains neither '/' nor '\\'.
+struct DevicePath {
+    std::string storage;
+    std::string directory; // the storage's directory inside the sandbox (R joined with its value)
+    std::string rest;      // everything after the first ':', as written
+};
+std::optional<DevicePath> split_device_path(std::string_view path);
 
 // ---- Fault injection -------------------------------------------------------------------------
 // True when the next call of `service` must fail; `result` receives the injected result.

@@ -17,13 +17,6 @@
 
 namespace {
 
-const zakhost::ProfileDefault kDefaults[] = {
-    {"master_key", "key", ""},
-    {"master_key", "active", "0"},
-    {"master_key", "config_status", "0"},
-    {"system_password", "admin", ""},
-};
-
 std::string CurrentKey() {
     return zakhost::profile_string("master_key", "key");
 }

@@ -21,7 +21,5 @@ inline bool injected_code(const char *service, uint32_t *code) {
 bool copy_out(const std::string &text, char *out, uint32_t size);
 // Removes a tree; true when nothing is left.
 bool remove_tree(const std::string &path);
-// Creates a directory and its parents.
-bool make_dirs(const std::string &path);
 
 } // namespace zakhost::pkg

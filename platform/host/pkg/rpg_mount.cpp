@@ -97,7 +97,7 @@ uint32_t RPM_SU_MountRpg_HOOK(const char *image, const char *mountPoint) {
     std::string key = key_of(mountPoint);
     std::lock_guard<std::mutex> guard(g_mountLock);
     if (mounted().count(key) != 0) return 3;
-    if (!zakhost::pkg::make_dirs(key)) return 4;
+    if (!zakhost::make_dirs(key).empty()) return 4;
     const char *argv[] = {"tar", "-xf", image, "-C", key.c_str(), nullptr};
     if (zakhost::run_command(argv) != 0) {
         empty_directory(key);
