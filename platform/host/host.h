@@ -101,6 +101,9 @@ bool replace_file(const std::string &path, const std::string &content);
 // when `path` is a directory afterwards, else "<the part that failed>: <errno text>".
 std::string make_dirs(const std::string &path);
 
+// Writes `length` bytes as 2 * length hexadecimal digits and a NUL into out.
+void write_hex(const uint8_t *bytes, size_t length, char *out, bool lowerCase);
+
 // ---- Device paths ----------------------------------------------------------------------------
 // A device path is "<storage>:<rest>", where the storage is a key of the profile's [storage]
 // section with a non-empty directory and contains neither '/' nor '\\'.
