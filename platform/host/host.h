@@ -97,6 +97,10 @@ bool set_state_value(std::string_view section, std::string_view key, std::string
 // content. False, with the failure reported, when any step fails.
 bool replace_file(const std::string &path, const std::string &content);
 
+// Removes a tree without following links; true when nothing is left.
+bool remove_tree(const std::string &path);
+// Copies text into out[size] whole; false when it does not fit.
+bool copy_out(const std::string &text, char *out, uint32_t size);
 // Creates a directory and its missing parents (mode 0755), as `mkdir -p` does. An empty string
 // when `path` is a directory afterwards, else "<the part that failed>: <errno text>".
 std::string make_dirs(const std::string &path);
@@ -118,6 +122,14 @@ std::optional<DevicePath> split_device_path(std::string_view path);
 // True when the next call of `service` must fail; `result` receives the injected result.
 // Every host service the library calls starts with this check.
 bool injected(const char *service, int64_t *result = nullptr);
+// The same check for services whose failure is a nonzero code: *code is the injected result, or 1
+// when the injection gave 0.
+inline bool injected_code(const char *service, uint32_t *code) {
+    int64_t result = 0;
+    if (!injected(service, &result)) return false;
+    *code = result != 0 ? static_cast<uint32_t>(result) : 1;
+    return true;
+}
 void inject(const std::string &service, int64_t result, uint32_t skip, uint32_t count);
 void inject_clear();
 

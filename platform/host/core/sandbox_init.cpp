@@ -37,19 +37,6 @@ std::string write_profile(const std::string &root) {
 
 } // namespace
 
-std::string make_dirs(const std::string &path) {
-    size_t pos = 0;
-    while (pos != std::string::npos) {
-        pos = path.find('/', pos + 1);
-        std::string partial = path.substr(0, pos);
-        if (!partial.empty() && mkdir(partial.c_str(), 0755) != 0 && errno != EEXIST)
-            return partial + ": " + std::strerror(errno);
-    }
-    struct stat st {};
-    if (stat(path.c_str(), &st) != 0) return path + ": " + std::strerror(errno);
-    return S_ISDIR(st.st_mode) ? "" : path + ": " + std::strerror(ENOTDIR);
-}
-
 SandboxSeed::SandboxSeed(const char *name, std::string (*seed)(const std::string &)) {
     seeds().emplace_back(name, seed);
 }

@@ -14,7 +14,7 @@
 #include <string>
 #include <vector>
 
-#include "pkg_host.h"
+#include "host.h"
 #include "rpm_vercfg.h"
 #include "securec.h"
 
@@ -157,8 +157,7 @@ auto dest_type_is(const char *dest) {
 extern "C" {
 
 uint32_t RPM_ParseXmlElementNodeValue_HOOK(const char *xmlFile, const char *name, char *out, uint32_t size) {
-    if (uint32_t code = 0; zakhost::pkg::injected_code("RPM_ParseXmlElementNodeValue_HOOK", &code))
-        return code;
+    if (uint32_t code = 0; zakhost::injected_code("RPM_ParseXmlElementNodeValue_HOOK", &code)) return code;
     if (name == nullptr || out == nullptr || size == 0) return kBadArgument;
     Doc doc = parse(xmlFile);
     if (!doc) return kParseFailed;
@@ -168,7 +167,7 @@ uint32_t RPM_ParseXmlElementNodeValue_HOOK(const char *xmlFile, const char *name
 
 uint32_t RPM_ParseXmlElementNodeValueByPath_HOOK(const char *xmlFile, const char *path, char *out,
                                                  uint32_t size) {
-    if (uint32_t code = 0; zakhost::pkg::injected_code("RPM_ParseXmlElementNodeValueByPath_HOOK", &code))
+    if (uint32_t code = 0; zakhost::injected_code("RPM_ParseXmlElementNodeValueByPath_HOOK", &code))
         return code;
     if (path == nullptr || out == nullptr || size == 0) return kBadArgument;
     Doc doc = parse(xmlFile);
@@ -178,33 +177,31 @@ uint32_t RPM_ParseXmlElementNodeValueByPath_HOOK(const char *xmlFile, const char
 }
 
 uint32_t RPM_ParseXmlDstTypeCodeFileNodeNum_HOOK(const char *xmlFile, uint32_t typeCode, uint32_t *count) {
-    if (uint32_t code = 0; zakhost::pkg::injected_code("RPM_ParseXmlDstTypeCodeFileNodeNum_HOOK", &code))
+    if (uint32_t code = 0; zakhost::injected_code("RPM_ParseXmlDstTypeCodeFileNodeNum_HOOK", &code))
         return code;
     return count_nodes(xmlFile, count, type_code_is(typeCode));
 }
 
 uint32_t RPM_ParseXmlDstTypeCodeFileNodeNum(const char *xmlFile, uint32_t typeCode, uint32_t *count) {
-    if (uint32_t code = 0; zakhost::pkg::injected_code("RPM_ParseXmlDstTypeCodeFileNodeNum", &code))
-        return code;
+    if (uint32_t code = 0; zakhost::injected_code("RPM_ParseXmlDstTypeCodeFileNodeNum", &code)) return code;
     return count_nodes(xmlFile, count, type_code_is(typeCode));
 }
 
 uint32_t RPM_ParseXmlDstTypeCodeFileNodeInfo_HOOK(const char *xmlFile, uint32_t typeCode,
                                                   RPM_FILE_NODE_INFO *nodes, uint32_t capacity) {
-    if (uint32_t code = 0; zakhost::pkg::injected_code("RPM_ParseXmlDstTypeCodeFileNodeInfo_HOOK", &code))
+    if (uint32_t code = 0; zakhost::injected_code("RPM_ParseXmlDstTypeCodeFileNodeInfo_HOOK", &code))
         return code;
     return read_nodes(xmlFile, nodes, capacity, type_code_is(typeCode));
 }
 
 uint32_t RPM_ParseXmlAllFileNodeInfo_HOOK(const char *xmlFile, RPM_FILE_NODE_INFO *nodes, uint32_t capacity) {
-    if (uint32_t code = 0; zakhost::pkg::injected_code("RPM_ParseXmlAllFileNodeInfo_HOOK", &code))
-        return code;
+    if (uint32_t code = 0; zakhost::injected_code("RPM_ParseXmlAllFileNodeInfo_HOOK", &code)) return code;
     return read_nodes(xmlFile, nodes, capacity, type_code_is(RPM_ALL_TYPE_CODE));
 }
 
 uint32_t RPM_ParseXmlDstObjTypeFileNodeNum_HOOK(const char *xmlFile, const char *destObjType,
                                                 uint32_t *count) {
-    if (uint32_t code = 0; zakhost::pkg::injected_code("RPM_ParseXmlDstObjTypeFileNodeNum_HOOK", &code))
+    if (uint32_t code = 0; zakhost::injected_code("RPM_ParseXmlDstObjTypeFileNodeNum_HOOK", &code))
         return code;
     if (destObjType == nullptr) return kBadArgument;
     return count_nodes(xmlFile, count, dest_type_is(destObjType));
@@ -212,14 +209,14 @@ uint32_t RPM_ParseXmlDstObjTypeFileNodeNum_HOOK(const char *xmlFile, const char 
 
 uint32_t RPM_ParseXmlDstObjTypeFileNodeInfo_HOOK(const char *xmlFile, const char *destObjType,
                                                  RPM_FILE_NODE_INFO *nodes, uint32_t capacity) {
-    if (uint32_t code = 0; zakhost::pkg::injected_code("RPM_ParseXmlDstObjTypeFileNodeInfo_HOOK", &code))
+    if (uint32_t code = 0; zakhost::injected_code("RPM_ParseXmlDstObjTypeFileNodeInfo_HOOK", &code))
         return code;
     if (destObjType == nullptr) return kBadArgument;
     return read_nodes(xmlFile, nodes, capacity, dest_type_is(destObjType));
 }
 
 uint32_t RPM_ParseXmlGetAppInfo_HOOK(const char *xmlFile, RPM_APP_INFO *app) {
-    if (uint32_t code = 0; zakhost::pkg::injected_code("RPM_ParseXmlGetAppInfo_HOOK", &code)) return code;
+    if (uint32_t code = 0; zakhost::injected_code("RPM_ParseXmlGetAppInfo_HOOK", &code)) return code;
     if (app == nullptr) return kBadArgument;
     Doc doc = parse(xmlFile);
     if (!doc) return kParseFailed;
@@ -236,7 +233,7 @@ uint32_t RPM_ParseXmlGetAppInfo_HOOK(const char *xmlFile, RPM_APP_INFO *app) {
 }
 
 uint32_t RPM_ParseXmlGetVnfInfo_HOOK(const char *xmlFile, RPM_VNF_INFO *vnf) {
-    if (uint32_t code = 0; zakhost::pkg::injected_code("RPM_ParseXmlGetVnfInfo_HOOK", &code)) return code;
+    if (uint32_t code = 0; zakhost::injected_code("RPM_ParseXmlGetVnfInfo_HOOK", &code)) return code;
     if (vnf == nullptr) return kBadArgument;
     Doc doc = parse(xmlFile);
     if (!doc) return kParseFailed;
@@ -251,7 +248,7 @@ uint32_t RPM_ParseXmlGetVnfInfo_HOOK(const char *xmlFile, RPM_VNF_INFO *vnf) {
 }
 
 uint32_t RPM_ParseXmlGetKeyNodeInfo_HOOK(const char *xmlFile, RPM_KEY_NODE_INFO *keys) {
-    if (uint32_t code = 0; zakhost::pkg::injected_code("RPM_ParseXmlGetKeyNodeInfo_HOOK", &code)) return code;
+    if (uint32_t code = 0; zakhost::injected_code("RPM_ParseXmlGetKeyNodeInfo_HOOK", &code)) return code;
     if (keys == nullptr) return kBadArgument;
     Doc doc = parse(xmlFile);
     if (!doc) return kParseFailed;

@@ -10,37 +10,13 @@
 #include <cstring>
 #include <string>
 
-#include "pkg_host.h"
+#include "host.h"
 #include "rpm_paths.h"
 #include "securec.h"
 #include "zak_fs.h"
 
-namespace {
-
-int remove_entry(const char *path, const struct stat *, int, struct FTW *) {
-    return ::remove(path) == 0 || errno == ENOENT ? 0 : -1;
-}
-
-} // namespace
-
-namespace zakhost::pkg {
-
-bool copy_out(const std::string &text, char *out, uint32_t size) {
-    if (out == nullptr || text.size() >= size) return false;
-    return strcpy_s(out, size, text.c_str()) == EOK;
-}
-
-bool remove_tree(const std::string &path) {
-    struct stat st {};
-    if (lstat(path.c_str(), &st) != 0) return errno == ENOENT;
-    nftw(path.c_str(), remove_entry, 16, FTW_DEPTH | FTW_PHYS);
-    return lstat(path.c_str(), &st) != 0;
-}
-
-} // namespace zakhost::pkg
-
-using zakhost::pkg::copy_out;
-using zakhost::pkg::injected_code;
+using zakhost::copy_out;
+using zakhost::injected_code;
 
 extern "C" {
 
@@ -127,7 +103,7 @@ uint32_t RPM_GetCurrDesFile_HOOK(const char *envName, char *out, uint32_t size, 
 uint32_t RPM_RmParentDir(const char *dir, uint32_t recursive) {
     if (uint32_t code = 0; injected_code("RPM_RmParentDir", &code)) return code;
     if (dir == nullptr || *dir == '\0') return 1;
-    if (recursive != 0) return zakhost::pkg::remove_tree(dir) ? 0 : 1;
+    if (recursive != 0) return zakhost::remove_tree(dir) ? 0 : 1;
     return rmdir(dir) == 0 ? 0 : 1;
 }
 
