@@ -89,6 +89,16 @@ uint32_t copy_text(const std::string &text, char *out, size_t size) {
     return strcpy_s(out, size, text.c_str()) == EOK ? 0 : kTooLong;
 }
 
+// The text of a required element into `first`, then that of an optional one (empty when absent)
+// into `second`; the first failure's code.
+template <size_t First, size_t Second>
+uint32_t copy_pair(const xmlNode *required, const xmlNode *optional, char (&first)[First],
+                   char (&second)[Second]) {
+    uint32_t rc = copy_text(text_of(required), first, First);
+    if (rc == 0) rc = copy_text(optional != nullptr ? text_of(optional) : "", second, Second);
+    return rc;
+}
+
 // Decimal or 0x-hexadecimal; absent or unparsable reads as 0.
 uint32_t number_of(const std::string &text) {
     return static_cast<uint32_t>(zakhost::parse_int(text).value_or(0));
@@ -226,10 +236,7 @@ uint32_t RPM_ParseXmlGetAppInfo_HOOK(const char *xmlFile, RPM_APP_INFO *app) {
     const xmlNode *second = type->next;
     while (second != nullptr && second->type != XML_ELEMENT_NODE)
         second = second->next;
-    uint32_t rc = copy_text(text_of(type), app->szAppType, sizeof(app->szAppType));
-    if (rc == 0)
-        rc = copy_text(second != nullptr ? text_of(second) : "", app->szAppInfo, sizeof(app->szAppInfo));
-    return rc;
+    return copy_pair(type, second, app->szAppType, app->szAppInfo);
 }
 
 uint32_t RPM_ParseXmlGetVnfInfo_HOOK(const char *xmlFile, RPM_VNF_INFO *vnf) {
@@ -240,11 +247,7 @@ uint32_t RPM_ParseXmlGetVnfInfo_HOOK(const char *xmlFile, RPM_VNF_INFO *vnf) {
     const xmlNode *product = find_by_path(doc.get(), "Product/VNF/ProductType");
     if (product == nullptr) return kNotFound;
     const xmlNode *interface = find_by_path(doc.get(), "Product/VNF/InterfaceId");
-    uint32_t rc = copy_text(text_of(product), vnf->szProductType, sizeof(vnf->szProductType));
-    if (rc == 0)
-        rc = copy_text(interface != nullptr ? text_of(interface) : "", vnf->szInterfaceId,
-                       sizeof(vnf->szInterfaceId));
-    return rc;
+    return copy_pair(product, interface, vnf->szProductType, vnf->szInterfaceId);
 }
 
 uint32_t RPM_ParseXmlGetKeyNodeInfo_HOOK(const char *xmlFile, RPM_KEY_NODE_INFO *keys) {
