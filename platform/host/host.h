@@ -24,6 +24,8 @@ namespace zakhost {
 std::string root();
 // R joined with an absolute device path: "/etc/shadow" -> "R/etc/shadow".
 std::string in_root(std::string_view absolute_path);
+// The platform's common root as a device path; common_root() is R joined with it.
+inline constexpr const char *kCommonRoot = "/zakv8/main";
 // R/zakv8/main: the platform's common root.
 std::string common_root();
 // Re-reads the environment (tests that switch ZAKHOST_ROOT in one process).
@@ -66,12 +68,8 @@ class XmlErrorsQuiet {
 };
 
 // ---- Profile ---------------------------------------------------------------------------------
-// A default for one profile key; families declare theirs as namespace-scope objects so that
-// `zakhost.profile` and the documentation see every key:
-//     static const zakhost::ProfileDefault kNodeId{"device", "node_id", "1"};
-struct ProfileDefault {
-    ProfileDefault(const char *section, const char *key, const char *value);
-};
+// Every key the host reads has its default in core/profile_defaults.def, so that
+// `zakhost.profile`, the sample profile and the documentation see every key.
 // The value in force: the profile file's, else the declared default, else nullopt.
 std::optional<std::string> profile_value(std::string_view section, std::string_view key);
 std::string profile_string(std::string_view section, std::string_view key);
@@ -99,10 +97,39 @@ bool set_state_value(std::string_view section, std::string_view key, std::string
 // content. False, with the failure reported, when any step fails.
 bool replace_file(const std::string &path, const std::string &content);
 
+// Removes a tree without following links; true when nothing is left.
+bool remove_tree(const std::string &path);
+// Copies text into out[size] whole; false when it does not fit.
+bool copy_out(const std::string &text, char *out, uint32_t size);
+// Creates a directory and its missing parents (mode 0755), as `mkdir -p` does. An empty string
+// when `path` is a directory afterwards, else "<the part that failed>: <errno text>".
+std::string make_dirs(const std::string &path);
+
+// Writes `length` bytes as 2 * length hexadecimal digits and a NUL into out.
+void write_hex(const uint8_t *bytes, size_t length, char *out, bool lowerCase);
+
+// ---- Device paths ----------------------------------------------------------------------------
+// A device path is "<storage>:<rest>", where the storage is a key of the profile's [storage]
+// section with a non-empty directory and contains neither '/' nor '\\'.
+struct DevicePath {
+    std::string storage;
+    std::string directory; // the storage's directory inside the sandbox (R joined with its value)
+    std::string rest;      // everything after the first ':', as written
+};
+std::optional<DevicePath> split_device_path(std::string_view path);
+
 // ---- Fault injection -------------------------------------------------------------------------
 // True when the next call of `service` must fail; `result` receives the injected result.
 // Every host service the library calls starts with this check.
 bool injected(const char *service, int64_t *result = nullptr);
+// The same check for services whose failure is a nonzero code: *code is the injected result, or 1
+// when the injection gave 0.
+inline bool injected_code(const char *service, uint32_t *code) {
+    int64_t result = 0;
+    if (!injected(service, &result)) return false;
+    *code = result != 0 ? static_cast<uint32_t>(result) : 1;
+    return true;
+}
 void inject(const std::string &service, int64_t result, uint32_t skip, uint32_t count);
 void inject_clear();
 

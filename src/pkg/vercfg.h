@@ -27,7 +27,7 @@ inline constexpr const char *kStartLoadKey = "start load system software ";
 inline constexpr const char *kCurrentKey = "current startup system software ";
 inline constexpr const char *kLastKey = "last startup system software ";
 inline constexpr const char *kNextKey = "next startup system software ";
-// The device prefix ("flash0:") every startup value begins with.
+// Startup values always begin with the 7-character device prefix "flash0:", whatever the storages.
 inline constexpr size_t kDevicePrefixLength = 7;
 
 // The type code of a version type text; false for any other text (compared whole, case-sensitive).

@@ -105,7 +105,7 @@ int run_here(const qavlua::Options &o) {
     while (root.size() > 1 && root.back() == '/')
         root.pop_back();
     std::string prefix = root == "/" ? "" : root;
-    if (!qavlua::Exists(prefix + "/zakv8/main/bin")) {
+    if (!qavlua::Exists(prefix + zakhost::kCommonRoot + "/bin")) {
         std::fprintf(stderr, "qavlua: %s is not a device sandbox (run 'qavlua init %s')\n", root.c_str(),
                      root.c_str());
         return 2;
@@ -114,7 +114,7 @@ int run_here(const qavlua::Options &o) {
     setenv("ZAKHOST_LOG_DIR", (prefix + "/log").c_str(), 0);
     if (!o.profile.empty()) setenv("ZAKHOST_PROFILE", o.profile.c_str(), 1);
     zakhost::reset_environment();
-    if (chdir((prefix + "/zakv8/main/bin").c_str()) != 0) {
+    if (chdir((prefix + zakhost::kCommonRoot + "/bin").c_str()) != 0) {
         std::perror("qavlua: chdir");
         return 2;
     }

@@ -387,7 +387,7 @@ std::string Sweep::setup() {
         std::string error = zakhost::init_sandbox(base_);
         if (!error.empty()) return "cannot make a sandbox: " + error;
     }
-    if (access((base_ + "/zakv8/main/bin").c_str(), F_OK) != 0)
+    if (access((base_ + zakhost::kCommonRoot + "/bin").c_str(), F_OK) != 0)
         return base_ + " is not a device sandbox (run 'qavlua init " + base_ + "')";
     for (char **e = environ; *e != nullptr; ++e) {
         std::string v = *e;

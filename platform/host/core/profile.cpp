@@ -22,13 +22,14 @@ struct Entry {
 };
 using Entries = std::vector<Entry>;
 
-std::vector<Entry> &defaults() {
-    static std::vector<Entry> table;
+// Every key the host reads, with its default, in the order of profile_defaults.def.
+const std::vector<Entry> &defaults() {
+    static const std::vector<Entry> table = {
+#define PROFILE_DEFAULT(section, key, value) {section, key, value},
+#include "profile_defaults.def"
+#undef PROFILE_DEFAULT
+    };
     return table;
-}
-std::mutex &defaults_lock() {
-    static std::mutex lock;
-    return lock;
 }
 
 std::mutex g_profileLock;
@@ -99,11 +100,6 @@ struct FileLock {
 
 } // namespace
 
-ProfileDefault::ProfileDefault(const char *section, const char *key, const char *value) {
-    std::lock_guard lock(defaults_lock());
-    defaults().push_back({section, key, value});
-}
-
 void profile_override(std::string_view section, std::string_view key, std::optional<std::string> value) {
     std::lock_guard lock(g_profileLock);
     for (auto it = g_overrides.begin(); it != g_overrides.end(); ++it) {
@@ -126,7 +122,6 @@ std::optional<std::string> profile_value(std::string_view section, std::string_v
         if (const Entry *e = find(g_overrides, section, key)) return e->value;
         if (const Entry *e = find(profile_locked(), section, key)) return e->value;
     }
-    std::lock_guard lock(defaults_lock());
     if (const Entry *e = find(defaults(), section, key)) return e->value;
     return std::nullopt;
 }
@@ -182,13 +177,11 @@ std::vector<std::pair<std::string, std::string>> profile_section(std::string_vie
         add(g_overrides);
         add(profile_locked());
     }
-    std::lock_guard lock(defaults_lock());
     add(defaults());
     return out;
 }
 
 std::vector<std::tuple<std::string, std::string, std::string>> profile_defaults() {
-    std::lock_guard lock(defaults_lock());
     std::vector<std::tuple<std::string, std::string, std::string>> out;
     for (const auto &e : defaults())
         out.emplace_back(e.section, e.key, e.value);

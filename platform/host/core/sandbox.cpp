@@ -45,11 +45,10 @@ std::string in_root(std::string_view absolute_path) {
 }
 
 std::string common_root() {
-    return in_root("/zakv8/main");
+    return in_root(kCommonRoot);
 }
 
 void profile_reload();
-
 
 void reset_environment() {
     {

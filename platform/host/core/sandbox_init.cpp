@@ -16,19 +16,6 @@ std::vector<std::pair<const char *, std::string (*)(const std::string &)>> &seed
     return table;
 }
 
-std::string make_dirs(const std::string &path) {
-    std::string partial;
-    size_t pos = 0;
-    while (pos != std::string::npos) {
-        pos = path.find('/', pos + 1);
-        partial = path.substr(0, pos);
-        if (partial.empty()) continue;
-        if (mkdir(partial.c_str(), 0755) != 0 && errno != EEXIST)
-            return partial + ": " + std::strerror(errno);
-    }
-    return {};
-}
-
 std::string write_profile(const std::string &root) {
     std::string path = root + "/zakhost.ini";
     struct stat st {};
@@ -55,9 +42,11 @@ SandboxSeed::SandboxSeed(const char *name, std::string (*seed)(const std::string
 }
 
 std::string init_sandbox(const std::string &root) {
-    for (const char *dir :
-         {"/zakv8/main/bin", "/zakv8/main/home", "/zakv8/main/data", "/zakv8/main/bootfile",
-          "/zakv8/main/pkg_pool/program/current", "/zakv8/data", "/boot", "/opt", "/etc", "/log"}) {
+    for (const char *dir : {"/bin", "/home", "/data", "/bootfile", "/pkg_pool/program/current"}) {
+        std::string error = make_dirs(root + kCommonRoot + dir);
+        if (!error.empty()) return error;
+    }
+    for (const char *dir : {"/zakv8/data", "/boot", "/opt", "/etc", "/log"}) {
         std::string error = make_dirs(root + dir);
         if (!error.empty()) return error;
     }

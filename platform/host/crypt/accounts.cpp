@@ -22,16 +22,22 @@ thread_local struct spwd t_shadow;
 thread_local char t_passwdBuffer[kEntryBuffer];
 thread_local char t_shadowBuffer[kEntryBuffer];
 
-// Scans an account file with the reentrant reader `next` for the entry of `user`.
-template <typename Entry, typename Next, typename Name>
-Entry *FindInFile(const std::string &path, const char *user, Entry *entry, char *buffer, Next next,
-                  Name name) {
-    FILE *file = std::fopen(path.c_str(), "re");
+// The entry of `user`: from the system's database (`byName`) when the machine is the device
+// root, else by scanning the sandbox's account file with the reentrant reader `next`.
+template <typename Entry, typename ByName, typename Next>
+Entry *Lookup(const char *service, const char *user, const char *accountFile, Entry *entry, char *buffer,
+              ByName byName, Next next, char *Entry::*name) {
+    if (zakhost::injected(service) || user == nullptr) return nullptr;
+    Entry *result = nullptr;
+    if (zakhost::root().empty()) {
+        byName(user, entry, buffer, kEntryBuffer, &result);
+        return result;
+    }
+    FILE *file = std::fopen(zakhost::in_root(accountFile).c_str(), "re");
     if (file == nullptr) return nullptr;
     Entry *found = nullptr;
-    Entry *result = nullptr;
     while (next(file, entry, buffer, kEntryBuffer, &result) == 0 && result != nullptr) {
-        if (std::strcmp(name(result), user) == 0) {
+        if (std::strcmp(result->*name, user) == 0) {
             found = result;
             break;
         }
@@ -67,25 +73,13 @@ const zakhost::SandboxSeed kSampleAccounts{"accounts", &WriteSampleAccounts};
 extern "C" {
 
 struct passwd *ZAK_OsGetPwNam(const char *user) {
-    if (zakhost::injected("ZAK_OsGetPwNam") || user == nullptr) return nullptr;
-    if (zakhost::root().empty()) {
-        struct passwd *result = nullptr;
-        getpwnam_r(user, &t_passwd, t_passwdBuffer, sizeof t_passwdBuffer, &result);
-        return result;
-    }
-    return FindInFile(zakhost::in_root("/etc/passwd"), user, &t_passwd, t_passwdBuffer, fgetpwent_r,
-                      [](struct passwd *e) { return e->pw_name; });
+    return Lookup("ZAK_OsGetPwNam", user, "/etc/passwd", &t_passwd, t_passwdBuffer, getpwnam_r, fgetpwent_r,
+                  &passwd::pw_name);
 }
 
 struct spwd *ZAK_OsGetSpNam(const char *user) {
-    if (zakhost::injected("ZAK_OsGetSpNam") || user == nullptr) return nullptr;
-    if (zakhost::root().empty()) {
-        struct spwd *result = nullptr;
-        getspnam_r(user, &t_shadow, t_shadowBuffer, sizeof t_shadowBuffer, &result);
-        return result;
-    }
-    return FindInFile(zakhost::in_root("/etc/shadow"), user, &t_shadow, t_shadowBuffer, fgetspent_r,
-                      [](struct spwd *e) { return e->sp_namp; });
+    return Lookup("ZAK_OsGetSpNam", user, "/etc/shadow", &t_shadow, t_shadowBuffer, getspnam_r, fgetspent_r,
+                  &spwd::sp_namp);
 }
 
 int32_t ZAK_OsRunShellCommand(const char *command) {

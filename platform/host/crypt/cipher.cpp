@@ -21,8 +21,6 @@
 
 namespace {
 
-const zakhost::ProfileDefault kDeviceKey{"crypt", "device_key", "zakhost-device-key-0001"};
-
 constexpr size_t kNonceLen = 12;
 constexpr size_t kTagLen = 16;
 constexpr size_t kMacKeyLen = 32;

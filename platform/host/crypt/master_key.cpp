@@ -17,13 +17,6 @@
 
 namespace {
 
-const zakhost::ProfileDefault kDefaults[] = {
-    {"master_key", "key", ""},
-    {"master_key", "active", "0"},
-    {"master_key", "config_status", "0"},
-    {"system_password", "admin", ""},
-};
-
 std::string CurrentKey() {
     return zakhost::profile_string("master_key", "key");
 }
@@ -39,11 +32,19 @@ void HashOf(const std::string &key, uint8_t *hash) {
     OPENSSL_cleanse(digest, sizeof digest);
 }
 
-// A status word: the persisted state if any, else the profile's value.
-uint32_t Status(const char *key) {
+// A status word: the injected result, else the persisted state if any, else the profile's value.
+uint32_t Status(const char *service, const char *key) {
+    int64_t injectedResult = 0;
+    if (zakhost::injected(service, &injectedResult)) return static_cast<uint32_t>(injectedResult);
     if (auto value = zakhost::state_value("master_key", key))
         return static_cast<uint32_t>(zakhost::parse_int(*value).value_or(0));
     return static_cast<uint32_t>(zakhost::profile_int("master_key", key, 0));
+}
+
+// Persists a status word for the next process.
+uint32_t SetStatus(const char *service, const char *key, uint32_t status) {
+    if (zakhost::injected(service)) return NUK_MK_ERR_NOKEY;
+    return zakhost::set_state_value("master_key", key, std::to_string(status)) ? 0 : NUK_MK_ERR_NOKEY;
 }
 
 int HexValue(char c) {
@@ -108,12 +109,7 @@ uint32_t NUK_CRYPT_HashValueToStr(const uint8_t *hash, uint32_t hashLen, char *o
     if (zakhost::injected("NUK_CRYPT_HashValueToStr", &injectedResult))
         return injectedResult == 0 ? NUK_MK_ERR_PARAM : static_cast<uint32_t>(injectedResult);
     if (hash == nullptr || out == nullptr || hashLen == 0 || size < 2 * hashLen + 1) return NUK_MK_ERR_PARAM;
-    static const char kHex[] = "0123456789ABCDEF";
-    for (uint32_t i = 0; i < hashLen; ++i) {
-        out[2 * i] = kHex[hash[i] >> 4];
-        out[2 * i + 1] = kHex[hash[i] & 0xF];
-    }
-    out[2 * hashLen] = '\0';
+    zakhost::write_hex(hash, hashLen, out, false);
     return 0;
 }
 
@@ -135,28 +131,19 @@ uint32_t QAV_MK_CheckInputKeyAndMk(const char *key, uint32_t *match) {
 }
 
 uint32_t QAV_MK_GetActiveStatus(void) {
-    int64_t injectedResult = 0;
-    if (zakhost::injected("QAV_MK_GetActiveStatus", &injectedResult))
-        return static_cast<uint32_t>(injectedResult);
-    return Status("active");
+    return Status("QAV_MK_GetActiveStatus", "active");
 }
 
 uint32_t QAV_MK_SetActiveStatus(uint32_t status) {
-    if (zakhost::injected("QAV_MK_SetActiveStatus")) return NUK_MK_ERR_NOKEY;
-    return zakhost::set_state_value("master_key", "active", std::to_string(status)) ? 0 : NUK_MK_ERR_NOKEY;
+    return SetStatus("QAV_MK_SetActiveStatus", "active", status);
 }
 
 uint32_t ZAK_GetMKConfigStatus(void) {
-    int64_t injectedResult = 0;
-    if (zakhost::injected("ZAK_GetMKConfigStatus", &injectedResult))
-        return static_cast<uint32_t>(injectedResult);
-    return Status("config_status");
+    return Status("ZAK_GetMKConfigStatus", "config_status");
 }
 
 uint32_t ZAK_SetMKConfigStatus(uint32_t status) {
-    if (zakhost::injected("ZAK_SetMKConfigStatus")) return NUK_MK_ERR_NOKEY;
-    return zakhost::set_state_value("master_key", "config_status", std::to_string(status)) ? 0
-                                                                                           : NUK_MK_ERR_NOKEY;
+    return SetStatus("ZAK_SetMKConfigStatus", "config_status", status);
 }
 
 uint32_t SMP_VerifySystemPassword(const char *account, const char *password, const char *digest) {

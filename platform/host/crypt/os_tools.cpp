@@ -58,8 +58,8 @@ const SeedFile kFiles[] = {
 };
 
 std::string WriteToolFiles(const std::string &root) {
-    for (const char *dir : {"/etc/pam.d", "/opt/zakhost", "/opt/zakhost/bin"})
-        if (mkdir((root + dir).c_str(), 0755) != 0 && errno != EEXIST) return root + dir + ": cannot create";
+    for (const char *dir : {"/etc/pam.d", "/opt/zakhost/bin"})
+        if (!zakhost::make_dirs(root + dir).empty()) return root + dir + ": cannot create";
     for (const SeedFile &file : kFiles) {
         std::string path = root + file.path;
         if (std::ifstream(path)) continue; // keep what the author put there

@@ -20,8 +20,6 @@
 
 namespace {
 
-const zakhost::ProfileDefault kPasswordCost{"crypt", "password_cost", "14"};
-
 constexpr int64_t kMinCost = 10;
 constexpr int64_t kMaxCost = 20;
 constexpr size_t kSaltLen = 8;

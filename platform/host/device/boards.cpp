@@ -23,11 +23,6 @@ extern "C" {
 
 namespace {
 
-const zakhost::ProfileDefault kDefaults[] = {
-    {"device", "cpu_tick_hz", "1000000"},
-    {"device", "process_path", ""},
-};
-
 std::mutex g_resetLock;
 std::vector<uint32_t> g_resets;
 

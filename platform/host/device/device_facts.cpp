@@ -9,26 +9,6 @@
 
 namespace {
 
-const zakhost::ProfileDefault kDefaults[] = {
-    {"vnf", "instance_id", "vnf-inst-0001"},
-    {"vnf", "name", "vnf0001"},
-    {"vnf", "vnfd_id", "vnfd-0001"},
-    {"vnf", "version", "V100R001C00"},
-    {"vnfc", "instance_id", "vnfc-inst-0001"},
-    {"vnfc", "name", "vnfc0001"},
-    {"vnfc", "type", "OMU"},
-    {"ne", "id", "ne-0001"},
-    {"ne", "name", "NE0001"},
-    {"rpm", "comm_home_path", "/zakv8/main/home"},
-    {"rpm", "vercfg_file", "/zakv8/main/home/vercfg.xml"},
-    {"rpm", "last_rpg_version", "V100R001C00SPC100"},
-    {"rpm", "cur_pkg_version", "V100R001C00SPC200"},
-    {"board", "inner_hard_type", ""},
-    {"backup", "present", "1"},
-    {"backup", "state1", "0"},
-    {"backup", "state2", "0"},
-};
-
 constexpr uint32_t kNoAnswer = 1;
 constexpr uint32_t kTooSmall = 2;
 

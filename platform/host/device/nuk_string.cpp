@@ -4,6 +4,15 @@
 #include "host.h"
 #include "nuk_string.h"
 
+void zakhost::write_hex(const uint8_t *bytes, size_t length, char *out, bool lowerCase) {
+    const char *digits = lowerCase ? "0123456789abcdef" : "0123456789ABCDEF";
+    for (size_t i = 0; i < length; ++i) {
+        out[2 * i] = digits[bytes[i] >> 4];
+        out[2 * i + 1] = digits[bytes[i] & 0xF];
+    }
+    out[2 * length] = '\0';
+}
+
 extern "C" {
 
 uint32_t NUK_IpAddrToStr(uint32_t address, char *text) {
@@ -17,12 +26,7 @@ uint32_t NUK_BinToAsc(const uint8_t *bytes, int32_t length, char *text, uint32_t
     if (zakhost::injected("NUK_BinToAsc") || bytes == nullptr || text == nullptr || length < 0 ||
         static_cast<uint32_t>(length) > NUK_BIN_TO_ASC_MAX_BYTES)
         return 1;
-    const char *digits = lowerCase != 0 ? "0123456789abcdef" : "0123456789ABCDEF";
-    for (int32_t i = 0; i < length; ++i) {
-        text[2 * i] = digits[bytes[i] >> 4];
-        text[2 * i + 1] = digits[bytes[i] & 0xF];
-    }
-    text[2 * length] = '\0';
+    zakhost::write_hex(bytes, static_cast<size_t>(length), text, lowerCase != 0);
     return 0;
 }
 

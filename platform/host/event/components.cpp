@@ -10,10 +10,6 @@
 
 namespace {
 
-const zakhost::ProfileDefault kDefaults[] = {
-    {"component", "base_cids", "0x00CC0001"},
-};
-
 std::vector<uint32_t> IdList(const std::string &text) {
     std::vector<uint32_t> ids;
     size_t at = 0;

@@ -9,11 +9,6 @@
 
 namespace {
 
-const zakhost::ProfileDefault kDefaults[] = {
-    {"patch", "trace", "0"},
-    {"patch", "trace_filter", ""},
-};
-
 bool Failing(const char *service, uint32_t *status) {
     int64_t result = 0;
     if (!zakhost::injected(service, &result)) return false;

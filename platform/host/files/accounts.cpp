@@ -12,11 +12,6 @@
 
 namespace {
 
-const zakhost::ProfileDefault kDefaults[] = {
-    {"accounts", "service_user", ""}, {"accounts", "service_group", ""}, {"accounts", "ftp_user", ""},
-    {"accounts", "ftp_group", ""},    {"files", "handle_count", "16"},
-};
-
 // Resolves a user and group name (empty: the process's own ids); false for an unknown name.
 bool resolve(const std::string &user, const std::string &group, uid_t *uid, gid_t *gid) {
     *uid = getuid();

@@ -1,6 +1,6 @@
 // Device paths ("<storage>:<relative path>") and the package manager's path helpers. Storages
 // are the keys of the profile's [storage] section, each naming its directory under the device
-// root; the common root is R/zakv8/main.
+// root. The one reader of the device path grammar, split_device_path, lives here.
 #include <unistd.h>
 
 #include <cstring>
@@ -13,24 +13,6 @@
 #include "zak_fs.h"
 
 namespace {
-
-const zakhost::ProfileDefault kDefaults[] = {
-    {"storage", "flash0", "/zakv8/main/home"},
-    {"storage", "flash1", "/zakv8/main/flash1"},
-    {"cms", "need_check", "1"},
-    {"cms", "check_suffixes", ".zip,.rpg,.pat,.cpk"},
-};
-
-// The storage part of a device path is six characters; the host accepts any configured name.
-bool split_device_path(const char *path, std::string *storage, std::string *rest) {
-    const char *colon = std::strchr(path, ':');
-    if (colon == nullptr || colon == path) return false;
-    *storage = std::string(path, static_cast<size_t>(colon - path));
-    if (storage->find('/') != std::string::npos) return false;
-    *rest = colon + 1;
-    return zakhost::profile_value("storage", *storage).has_value() &&
-           !zakhost::profile_string("storage", *storage).empty();
-}
 
 uint32_t copy_out(const std::string &text, char *out, uint32_t size) {
     if (out == nullptr || size == 0) return static_cast<uint32_t>(ZAK_FILE_INVALID);
@@ -62,15 +44,26 @@ std::string tidy(const std::string &path) {
 
 } // namespace
 
+std::optional<zakhost::DevicePath> zakhost::split_device_path(std::string_view path) {
+    size_t colon = path.find(':');
+    if (colon == std::string_view::npos || colon == 0) return std::nullopt;
+    DevicePath parts;
+    parts.storage = path.substr(0, colon);
+    if (parts.storage.find_first_of("/\\") != std::string::npos) return std::nullopt;
+    std::optional<std::string> dir = profile_value("storage", parts.storage);
+    if (!dir || dir->empty()) return std::nullopt;
+    parts.directory = in_root(*dir);
+    parts.rest = path.substr(colon + 1);
+    return parts;
+}
+
 extern "C" {
 
 uint32_t ZAK_InputPathCheck(const char *path) {
     int64_t result = 0;
     if (zakhost::injected("ZAK_InputPathCheck", &result))
         return result == 0 ? 1 : static_cast<uint32_t>(result);
-    std::string storage, rest;
-    if (path == nullptr || !split_device_path(path, &storage, &rest)) return 1;
-    return 0;
+    return path != nullptr && zakhost::split_device_path(path) ? 0 : 1;
 }
 
 uint32_t ZAK_ZakPathToLinuxPath(const char *zakPath, char *linuxPath, uint32_t size) {
@@ -78,13 +71,12 @@ uint32_t ZAK_ZakPathToLinuxPath(const char *zakPath, char *linuxPath, uint32_t s
     if (zakhost::injected("ZAK_ZakPathToLinuxPath", &result))
         return result == 0 ? static_cast<uint32_t>(ZAK_FILE_ERROR) : static_cast<uint32_t>(result);
     if (linuxPath != nullptr && size > 0) linuxPath[0] = '\0';
-    std::string storage, rest;
-    if (zakPath == nullptr || !split_device_path(zakPath, &storage, &rest))
+    std::optional<zakhost::DevicePath> device;
+    if (zakPath == nullptr || !(device = zakhost::split_device_path(zakPath)))
         return static_cast<uint32_t>(ZAK_FILE_NOT_FOUND);
-    size_t skip = rest.find_first_not_of('/');
-    rest = skip == std::string::npos ? "" : rest.substr(skip);
-    std::string linux = zakhost::in_root(zakhost::profile_string("storage", storage));
-    if (!rest.empty()) linux += "/" + rest;
+    size_t skip = device->rest.find_first_not_of('/');
+    std::string linux = device->directory;
+    if (skip != std::string::npos) linux += "/" + device->rest.substr(skip);
     return copy_out(linux, linuxPath, size);
 }
 

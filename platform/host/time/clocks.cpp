@@ -2,6 +2,7 @@
 // through ZAK_OsClockGetTime so that the host clock offset moves them together.
 #include <cstring>
 #include <ctime>
+#include <optional>
 
 #include "calendar.h"
 #include "host.h"
@@ -28,6 +29,40 @@ uint32_t ReadClock(clockid_t clock, struct timespec *now) {
 void SplitWords(uint64_t count, uint32_t *high, uint32_t *low) {
     *high = static_cast<uint32_t>(count >> 32);
     *low = static_cast<uint32_t>(count);
+}
+
+// The reading of `clock` for a service with two outputs; nullopt, with *status set, when the
+// call is made to fail, an output is null or the clock cannot be read.
+std::optional<struct timespec> ReadFor(const char *service, clockid_t clock, const void *first,
+                                       const void *second, uint32_t *status) {
+    if (Failing(service, status)) return std::nullopt;
+    struct timespec now {};
+    if (first == nullptr || second == nullptr || ReadClock(clock, &now) != 0) {
+        *status = ZAK_TIME_FAILED;
+        return std::nullopt;
+    }
+    return now;
+}
+
+uint32_t SecondsAndMicroseconds(const char *service, clockid_t clock, uint32_t *seconds,
+                                uint32_t *microseconds) {
+    uint32_t status = 0;
+    std::optional<struct timespec> now = ReadFor(service, clock, seconds, microseconds, &status);
+    if (!now) return status;
+    *seconds = static_cast<uint32_t>(now->tv_sec);
+    *microseconds = static_cast<uint32_t>(now->tv_nsec / 1000);
+    return 0;
+}
+
+// The time since boot in units of 1 / unitsPerSecond seconds, as two 32-bit words.
+uint32_t UptimeWords(const char *service, uint64_t unitsPerSecond, uint32_t *high, uint32_t *low) {
+    uint32_t status = 0;
+    std::optional<struct timespec> now = ReadFor(service, CLOCK_BOOTTIME, high, low, &status);
+    if (!now) return status;
+    SplitWords(static_cast<uint64_t>(now->tv_sec) * unitsPerSecond +
+                   static_cast<uint64_t>(now->tv_nsec) / (1000000000 / unitsPerSecond),
+               high, low);
+    return 0;
 }
 
 } // namespace
@@ -65,48 +100,21 @@ uint32_t ZAK_Local_SystimeGet(SYS_TIME *local, uint32_t *extra) {
 }
 
 uint32_t ZAK_GetSystemTime(uint32_t *seconds, uint32_t *microseconds) {
-    uint32_t status = 0;
-    if (Failing("ZAK_GetSystemTime", &status)) return status;
-    if (seconds == nullptr || microseconds == nullptr) return ZAK_TIME_FAILED;
-    struct timespec now {};
-    if (ReadClock(CLOCK_REALTIME, &now) != 0) return ZAK_TIME_FAILED;
-    *seconds = static_cast<uint32_t>(now.tv_sec);
-    *microseconds = static_cast<uint32_t>(now.tv_nsec / 1000);
-    return 0;
+    return SecondsAndMicroseconds("ZAK_GetSystemTime", CLOCK_REALTIME, seconds, microseconds);
 }
 
 uint32_t ZAK_GetUptimeMillSec(uint32_t *high, uint32_t *low) {
-    uint32_t status = 0;
-    if (Failing("ZAK_GetUptimeMillSec", &status)) return status;
-    if (high == nullptr || low == nullptr) return ZAK_TIME_FAILED;
-    struct timespec now {};
-    if (ReadClock(CLOCK_BOOTTIME, &now) != 0) return ZAK_TIME_FAILED;
-    SplitWords(static_cast<uint64_t>(now.tv_sec) * 1000 + static_cast<uint64_t>(now.tv_nsec / 1000000), high,
-               low);
-    return 0;
+    return UptimeWords("ZAK_GetUptimeMillSec", 1000, high, low);
 }
 
 uint32_t ZAK_GetUptimeSec(uint32_t *high, uint32_t *low) {
-    uint32_t status = 0;
-    if (Failing("ZAK_GetUptimeSec", &status)) return status;
-    if (high == nullptr || low == nullptr) return ZAK_TIME_FAILED;
-    struct timespec now {};
-    if (ReadClock(CLOCK_BOOTTIME, &now) != 0) return ZAK_TIME_FAILED;
-    SplitWords(static_cast<uint64_t>(now.tv_sec), high, low);
-    return 0;
+    return UptimeWords("ZAK_GetUptimeSec", 1, high, low);
 }
 
 // How long the CPU has been running: the time since boot, which keeps counting across processes
 // (a process-CPU clock would read almost 0 in a fresh script process).
 uint32_t ZAK_GetCPURunTime(uint32_t *seconds, uint32_t *microseconds) {
-    uint32_t status = 0;
-    if (Failing("ZAK_GetCPURunTime", &status)) return status;
-    if (seconds == nullptr || microseconds == nullptr) return ZAK_TIME_FAILED;
-    struct timespec now {};
-    if (ReadClock(CLOCK_BOOTTIME, &now) != 0) return ZAK_TIME_FAILED;
-    *seconds = static_cast<uint32_t>(now.tv_sec);
-    *microseconds = static_cast<uint32_t>(now.tv_nsec / 1000);
-    return 0;
+    return SecondsAndMicroseconds("ZAK_GetCPURunTime", CLOCK_BOOTTIME, seconds, microseconds);
 }
 
 } // extern "C"

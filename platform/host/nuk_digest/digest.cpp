@@ -8,7 +8,7 @@
 #include <vector>
 
 #include "nuk_digest.h"
-#include "pkg_host.h"
+#include "host.h"
 
 namespace {
 
@@ -38,7 +38,7 @@ bool digest_file(int fd, unsigned char *digest) {
 } // namespace
 
 extern "C" uint32_t NUK_Crypt_Digest_Ex_HOOK(const char *path, char *out, uint32_t *length) {
-    if (uint32_t code = 0; zakhost::pkg::injected_code("NUK_Crypt_Digest_Ex_HOOK", &code)) return code;
+    if (uint32_t code = 0; zakhost::injected_code("NUK_Crypt_Digest_Ex_HOOK", &code)) return code;
     if (path == nullptr || out == nullptr || length == nullptr || *length < kHexLength) return 1;
     int fd = open(path, O_RDONLY | O_CLOEXEC);
     if (fd < 0) return 2;

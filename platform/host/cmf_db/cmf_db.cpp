@@ -21,24 +21,6 @@
 
 namespace {
 
-const zakhost::ProfileDefault kDefaults[] = {
-    {"cmf", "db_id", "1"},
-    {"cmf", "tables", "45 46"},
-    {"cmf_table_45", "class", "0x8090045"},
-    {"cmf_table_45", "rec1", "0x10CC0001,204,0x01010101"},
-    {"cmf_table_45", "rec2", "0x10CE0001,206,0x01010201"},
-    {"cmf_table_46", "class", "0x809A024"},
-    {"cmf_table_46", "rec1", "0x01010101,1,1,0,1,0,1"},
-    {"cmf_table_46", "rec2", "0x01010201,1,1,0,1,0,2"},
-    {"cmf_table_46", "rec3", "0x01010202,2,1,0,1,0,2"},
-    {"cmf_pid", "0x01010101", "-1"},
-    {"cmf_pid", "0x01010201", "5"},
-    {"cmf_pid", "0x01010202", "-2"},
-    {"dms_cpi", "-1", "204,0x10CC0001,0x01010101,1"},
-    {"dms_cpi", "-2", "205,0x10CD0001,0x01010202,1"},
-    {"dms_csi", "5", "206,0x10CE0001,0x01010201,1;206,0x10CE0002,0x01010201,2"},
-};
-
 using Words = std::vector<uint32_t>;
 
 bool parse_number(const std::string &text, int64_t *value) {

@@ -10,12 +10,6 @@
 
 namespace {
 
-const zakhost::ProfileDefault kDefaults[] = {
-    {"rpm", "upgrade_flag", "0"},
-    {"rpm", "patch_history_ini", "data/patch_history.ini"},
-    {"security", "fips", "0"},
-};
-
 uint32_t injected_failure(const char *service) {
     int64_t result = 0;
     if (!zakhost::injected(service, &result)) return 0;

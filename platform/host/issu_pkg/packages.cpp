@@ -18,8 +18,6 @@
 namespace zakhost::pkgmgr {
 namespace {
 
-const zakhost::ProfileDefault kEntityDb{"pkgmgr", "entity_db", "/zakv8/main/data/c_entity.xml"};
-
 constexpr const char *kEntityDbName = "c_entity";
 
 std::string attribute(xmlNode *node, const char *name, bool *present = nullptr) {

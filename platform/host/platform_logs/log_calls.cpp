@@ -13,8 +13,6 @@ namespace {
         zakhost::log_text(log, id, level, std::move(message));                                               \
     } while (0)
 
-zakhost::ProfileDefault kHaLogLevel{"log", "ha_level", "3"};
-
 } // namespace
 
 extern "C" {

@@ -3,7 +3,7 @@
 #include <cstring>
 
 #include "frame_cmd.h"
-#include "pkg_host.h"
+#include "host.h"
 
 namespace {
 
@@ -23,7 +23,7 @@ bool safe_argument(const char *text) {
 extern "C" {
 
 uint32_t Frame_CommandFilter(uint32_t count, ...) {
-    if (uint32_t code = 0; zakhost::pkg::injected_code("Frame_CommandFilter", &code)) return code;
+    if (uint32_t code = 0; zakhost::injected_code("Frame_CommandFilter", &code)) return code;
     va_list args;
     va_start(args, count);
     uint32_t result = 0;
@@ -34,8 +34,7 @@ uint32_t Frame_CommandFilter(uint32_t count, ...) {
 }
 
 int32_t Frame_System(const char *command) {
-    if (uint32_t code = 0; zakhost::pkg::injected_code("Frame_System", &code))
-        return static_cast<int32_t>(code);
+    if (uint32_t code = 0; zakhost::injected_code("Frame_System", &code)) return static_cast<int32_t>(code);
     if (command == nullptr) return -1;
     const char *argv[] = {"/bin/sh", "-c", command, nullptr};
     return zakhost::run_command(argv);

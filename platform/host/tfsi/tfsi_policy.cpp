@@ -16,14 +16,6 @@
 
 namespace {
 
-const zakhost::ProfileDefault kDefaults[] = {
-    {"tfsi", "rule1", "flash0:/ 2 * rwd"},
-    {"tfsi", "rule2", "flash0:/ 0 * r"},
-    {"tfsi", "rule3", "flash0:/sysdrv 3 0 rwd"},
-    {"tfsi", "rule4", "/ 3 0 rwxd"},
-    {"tfsi", "default_access", "-"},
-};
-
 struct Rule {
     std::string prefix;
     uint32_t minLevel = 0;

@@ -7,22 +7,6 @@
 #include "zak_device.h"
 
 namespace {
-const zakhost::ProfileDefault kDefaults[] = {
-    {"device", "node_id", "0x01010101"},
-    {"device", "location_id", "0x00010101"},
-    {"device", "chassis", "1"},
-    {"device", "morlo", "0"},
-    {"device", "nps", "0"},
-    {"board", "shelf", "0"},
-    {"board", "chassis", "1"},
-    {"board", "slot", "1"},
-    {"board", "cpu", "1"},
-    {"board", "hard_type", "0x2001"},
-    {"board", "hard_ext_type", "0"},
-    {"board", "mac", "02:00:00:00:00:01"},
-    {"board", "soft_reset", "0"},
-};
-
 uint32_t u32(const char *section, const char *key) {
     return static_cast<uint32_t>(zakhost::profile_int(section, key, 0));
 }

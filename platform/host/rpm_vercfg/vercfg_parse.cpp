@@ -14,7 +14,7 @@
 #include <string>
 #include <vector>
 
-#include "pkg_host.h"
+#include "host.h"
 #include "rpm_vercfg.h"
 #include "securec.h"
 
@@ -89,6 +89,16 @@ uint32_t copy_text(const std::string &text, char *out, size_t size) {
     return strcpy_s(out, size, text.c_str()) == EOK ? 0 : kTooLong;
 }
 
+// The text of a required element into `first`, then that of an optional one (empty when absent)
+// into `second`; the first failure's code.
+template <size_t First, size_t Second>
+uint32_t copy_pair(const xmlNode *required, const xmlNode *optional, char (&first)[First],
+                   char (&second)[Second]) {
+    uint32_t rc = copy_text(text_of(required), first, First);
+    if (rc == 0) rc = copy_text(optional != nullptr ? text_of(optional) : "", second, Second);
+    return rc;
+}
+
 // Decimal or 0x-hexadecimal; absent or unparsable reads as 0.
 uint32_t number_of(const std::string &text) {
     return static_cast<uint32_t>(zakhost::parse_int(text).value_or(0));
@@ -157,8 +167,7 @@ auto dest_type_is(const char *dest) {
 extern "C" {
 
 uint32_t RPM_ParseXmlElementNodeValue_HOOK(const char *xmlFile, const char *name, char *out, uint32_t size) {
-    if (uint32_t code = 0; zakhost::pkg::injected_code("RPM_ParseXmlElementNodeValue_HOOK", &code))
-        return code;
+    if (uint32_t code = 0; zakhost::injected_code("RPM_ParseXmlElementNodeValue_HOOK", &code)) return code;
     if (name == nullptr || out == nullptr || size == 0) return kBadArgument;
     Doc doc = parse(xmlFile);
     if (!doc) return kParseFailed;
@@ -168,7 +177,7 @@ uint32_t RPM_ParseXmlElementNodeValue_HOOK(const char *xmlFile, const char *name
 
 uint32_t RPM_ParseXmlElementNodeValueByPath_HOOK(const char *xmlFile, const char *path, char *out,
                                                  uint32_t size) {
-    if (uint32_t code = 0; zakhost::pkg::injected_code("RPM_ParseXmlElementNodeValueByPath_HOOK", &code))
+    if (uint32_t code = 0; zakhost::injected_code("RPM_ParseXmlElementNodeValueByPath_HOOK", &code))
         return code;
     if (path == nullptr || out == nullptr || size == 0) return kBadArgument;
     Doc doc = parse(xmlFile);
@@ -178,33 +187,31 @@ uint32_t RPM_ParseXmlElementNodeValueByPath_HOOK(const char *xmlFile, const char
 }
 
 uint32_t RPM_ParseXmlDstTypeCodeFileNodeNum_HOOK(const char *xmlFile, uint32_t typeCode, uint32_t *count) {
-    if (uint32_t code = 0; zakhost::pkg::injected_code("RPM_ParseXmlDstTypeCodeFileNodeNum_HOOK", &code))
+    if (uint32_t code = 0; zakhost::injected_code("RPM_ParseXmlDstTypeCodeFileNodeNum_HOOK", &code))
         return code;
     return count_nodes(xmlFile, count, type_code_is(typeCode));
 }
 
 uint32_t RPM_ParseXmlDstTypeCodeFileNodeNum(const char *xmlFile, uint32_t typeCode, uint32_t *count) {
-    if (uint32_t code = 0; zakhost::pkg::injected_code("RPM_ParseXmlDstTypeCodeFileNodeNum", &code))
-        return code;
+    if (uint32_t code = 0; zakhost::injected_code("RPM_ParseXmlDstTypeCodeFileNodeNum", &code)) return code;
     return count_nodes(xmlFile, count, type_code_is(typeCode));
 }
 
 uint32_t RPM_ParseXmlDstTypeCodeFileNodeInfo_HOOK(const char *xmlFile, uint32_t typeCode,
                                                   RPM_FILE_NODE_INFO *nodes, uint32_t capacity) {
-    if (uint32_t code = 0; zakhost::pkg::injected_code("RPM_ParseXmlDstTypeCodeFileNodeInfo_HOOK", &code))
+    if (uint32_t code = 0; zakhost::injected_code("RPM_ParseXmlDstTypeCodeFileNodeInfo_HOOK", &code))
         return code;
     return read_nodes(xmlFile, nodes, capacity, type_code_is(typeCode));
 }
 
 uint32_t RPM_ParseXmlAllFileNodeInfo_HOOK(const char *xmlFile, RPM_FILE_NODE_INFO *nodes, uint32_t capacity) {
-    if (uint32_t code = 0; zakhost::pkg::injected_code("RPM_ParseXmlAllFileNodeInfo_HOOK", &code))
-        return code;
+    if (uint32_t code = 0; zakhost::injected_code("RPM_ParseXmlAllFileNodeInfo_HOOK", &code)) return code;
     return read_nodes(xmlFile, nodes, capacity, type_code_is(RPM_ALL_TYPE_CODE));
 }
 
 uint32_t RPM_ParseXmlDstObjTypeFileNodeNum_HOOK(const char *xmlFile, const char *destObjType,
                                                 uint32_t *count) {
-    if (uint32_t code = 0; zakhost::pkg::injected_code("RPM_ParseXmlDstObjTypeFileNodeNum_HOOK", &code))
+    if (uint32_t code = 0; zakhost::injected_code("RPM_ParseXmlDstObjTypeFileNodeNum_HOOK", &code))
         return code;
     if (destObjType == nullptr) return kBadArgument;
     return count_nodes(xmlFile, count, dest_type_is(destObjType));
@@ -212,14 +219,14 @@ uint32_t RPM_ParseXmlDstObjTypeFileNodeNum_HOOK(const char *xmlFile, const char 
 
 uint32_t RPM_ParseXmlDstObjTypeFileNodeInfo_HOOK(const char *xmlFile, const char *destObjType,
                                                  RPM_FILE_NODE_INFO *nodes, uint32_t capacity) {
-    if (uint32_t code = 0; zakhost::pkg::injected_code("RPM_ParseXmlDstObjTypeFileNodeInfo_HOOK", &code))
+    if (uint32_t code = 0; zakhost::injected_code("RPM_ParseXmlDstObjTypeFileNodeInfo_HOOK", &code))
         return code;
     if (destObjType == nullptr) return kBadArgument;
     return read_nodes(xmlFile, nodes, capacity, dest_type_is(destObjType));
 }
 
 uint32_t RPM_ParseXmlGetAppInfo_HOOK(const char *xmlFile, RPM_APP_INFO *app) {
-    if (uint32_t code = 0; zakhost::pkg::injected_code("RPM_ParseXmlGetAppInfo_HOOK", &code)) return code;
+    if (uint32_t code = 0; zakhost::injected_code("RPM_ParseXmlGetAppInfo_HOOK", &code)) return code;
     if (app == nullptr) return kBadArgument;
     Doc doc = parse(xmlFile);
     if (!doc) return kParseFailed;
@@ -229,29 +236,22 @@ uint32_t RPM_ParseXmlGetAppInfo_HOOK(const char *xmlFile, RPM_APP_INFO *app) {
     const xmlNode *second = type->next;
     while (second != nullptr && second->type != XML_ELEMENT_NODE)
         second = second->next;
-    uint32_t rc = copy_text(text_of(type), app->szAppType, sizeof(app->szAppType));
-    if (rc == 0)
-        rc = copy_text(second != nullptr ? text_of(second) : "", app->szAppInfo, sizeof(app->szAppInfo));
-    return rc;
+    return copy_pair(type, second, app->szAppType, app->szAppInfo);
 }
 
 uint32_t RPM_ParseXmlGetVnfInfo_HOOK(const char *xmlFile, RPM_VNF_INFO *vnf) {
-    if (uint32_t code = 0; zakhost::pkg::injected_code("RPM_ParseXmlGetVnfInfo_HOOK", &code)) return code;
+    if (uint32_t code = 0; zakhost::injected_code("RPM_ParseXmlGetVnfInfo_HOOK", &code)) return code;
     if (vnf == nullptr) return kBadArgument;
     Doc doc = parse(xmlFile);
     if (!doc) return kParseFailed;
     const xmlNode *product = find_by_path(doc.get(), "Product/VNF/ProductType");
     if (product == nullptr) return kNotFound;
     const xmlNode *interface = find_by_path(doc.get(), "Product/VNF/InterfaceId");
-    uint32_t rc = copy_text(text_of(product), vnf->szProductType, sizeof(vnf->szProductType));
-    if (rc == 0)
-        rc = copy_text(interface != nullptr ? text_of(interface) : "", vnf->szInterfaceId,
-                       sizeof(vnf->szInterfaceId));
-    return rc;
+    return copy_pair(product, interface, vnf->szProductType, vnf->szInterfaceId);
 }
 
 uint32_t RPM_ParseXmlGetKeyNodeInfo_HOOK(const char *xmlFile, RPM_KEY_NODE_INFO *keys) {
-    if (uint32_t code = 0; zakhost::pkg::injected_code("RPM_ParseXmlGetKeyNodeInfo_HOOK", &code)) return code;
+    if (uint32_t code = 0; zakhost::injected_code("RPM_ParseXmlGetKeyNodeInfo_HOOK", &code)) return code;
     if (keys == nullptr) return kBadArgument;
     Doc doc = parse(xmlFile);
     if (!doc) return kParseFailed;

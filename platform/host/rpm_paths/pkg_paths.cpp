@@ -10,71 +10,13 @@
 #include <cstring>
 #include <string>
 
-#include "pkg_host.h"
+#include "host.h"
 #include "rpm_paths.h"
 #include "securec.h"
 #include "zak_fs.h"
 
-namespace {
-
-const zakhost::ProfileDefault kStorages[] = {
-    {"storage", "flash0", "/zakv8/main/home"},
-    {"storage", "flash1", "/zakv8/main/flash1"},
-};
-const zakhost::ProfileDefault kDesFile{"package", "des_file", "vercfg.xml"};
-
-constexpr size_t kStorageNameLength = 6;
-
-int remove_entry(const char *path, const struct stat *, int, struct FTW *) {
-    return ::remove(path) == 0 || errno == ENOENT ? 0 : -1;
-}
-
-// The storage directory of a device path and the rest of the path, or false.
-bool split_device_path(const char *path, std::string *storageDir, std::string *rest) {
-    if (path == nullptr || std::strlen(path) <= kStorageNameLength || path[kStorageNameLength] != ':')
-        return false;
-    std::string storage(path, kStorageNameLength);
-    if (storage.find_first_of("/\\") != std::string::npos) return false;
-    auto dir = zakhost::profile_value("storage", storage);
-    if (!dir || dir->empty()) return false;
-    *storageDir = zakhost::in_root(*dir);
-    *rest = path + kStorageNameLength + 1;
-    return true;
-}
-
-} // namespace
-
-namespace zakhost::pkg {
-
-bool copy_out(const std::string &text, char *out, uint32_t size) {
-    if (out == nullptr || text.size() >= size) return false;
-    return strcpy_s(out, size, text.c_str()) == EOK;
-}
-
-bool remove_tree(const std::string &path) {
-    struct stat st {};
-    if (lstat(path.c_str(), &st) != 0) return errno == ENOENT;
-    nftw(path.c_str(), remove_entry, 16, FTW_DEPTH | FTW_PHYS);
-    return lstat(path.c_str(), &st) != 0;
-}
-
-bool make_dirs(const std::string &path) {
-    std::string partial;
-    size_t pos = 0;
-    while (pos != std::string::npos) {
-        pos = path.find('/', pos + 1);
-        partial = path.substr(0, pos);
-        if (partial.empty()) continue;
-        if (mkdir(partial.c_str(), 0755) != 0 && errno != EEXIST) return false;
-    }
-    struct stat st {};
-    return stat(path.c_str(), &st) == 0 && S_ISDIR(st.st_mode);
-}
-
-} // namespace zakhost::pkg
-
-using zakhost::pkg::copy_out;
-using zakhost::pkg::injected_code;
+using zakhost::copy_out;
+using zakhost::injected_code;
 
 extern "C" {
 
@@ -129,10 +71,9 @@ uint32_t RPM_GetFullPath(const char *relative, char *out, uint32_t size, uint32_
 uint32_t RPM_GetPktFullName(const char *package, char *out, uint32_t size) {
     if (uint32_t code = 0; injected_code("RPM_GetPktFullName", &code)) return code;
     if (package == nullptr || *package == '\0' || out == nullptr) return 1;
-    std::string storageDir, rest;
     if (package[0] == '/') return copy_out(package, out, size) ? 0 : 1;
-    if (split_device_path(package, &storageDir, &rest))
-        return copy_out(storageDir + "/" + rest, out, size) ? 0 : 1;
+    if (auto device = zakhost::split_device_path(package))
+        return copy_out(device->directory + "/" + device->rest, out, size) ? 0 : 1;
     return copy_out(zakhost::common_root() + "/home/" + package, out, size) ? 0 : 1;
 }
 
@@ -162,7 +103,7 @@ uint32_t RPM_GetCurrDesFile_HOOK(const char *envName, char *out, uint32_t size, 
 uint32_t RPM_RmParentDir(const char *dir, uint32_t recursive) {
     if (uint32_t code = 0; injected_code("RPM_RmParentDir", &code)) return code;
     if (dir == nullptr || *dir == '\0') return 1;
-    if (recursive != 0) return zakhost::pkg::remove_tree(dir) ? 0 : 1;
+    if (recursive != 0) return zakhost::remove_tree(dir) ? 0 : 1;
     return rmdir(dir) == 0 ? 0 : 1;
 }
 

@@ -16,12 +16,6 @@
 
 namespace {
 
-const zakhost::ProfileDefault kDefaults[] = {
-    {"patch", "dir", "/zakv8/main/home/patch"},
-    {"cms", "crl_service", "1"},
-    {"cms", "crl_root", "/zakv8/main/home/crl"},
-};
-
 uint32_t le32(const uint8_t *bytes) {
     return static_cast<uint32_t>(bytes[0]) | static_cast<uint32_t>(bytes[1]) << 8 |
            static_cast<uint32_t>(bytes[2]) << 16 | static_cast<uint32_t>(bytes[3]) << 24;

@@ -1,5 +1,4 @@
-// RPM_GetProfileString / RPM_WriteProfileString over plain INI files, and the whole-file
-// replacement every host service that rewrites a file uses.
+// RPM_GetProfileString / RPM_WriteProfileString over plain INI files.
 #include <fcntl.h>
 #include <sys/stat.h>
 #include <unistd.h>
@@ -41,45 +40,6 @@ bool read_lines(const char *file, std::vector<std::string> *lines) {
 }
 
 } // namespace
-
-namespace zakhost {
-
-bool replace_file(const std::string &path, const std::string &content) {
-    std::string target = path;
-    if (char *real = realpath(path.c_str(), nullptr)) {
-        target = real;
-        std::free(real);
-    }
-    struct stat old {};
-    bool existed = stat(target.c_str(), &old) == 0;
-    std::string temporary = target + ".XXXXXX";
-    int error = 0;
-    int fd = mkostemp(temporary.data(), O_CLOEXEC);
-    if (fd < 0) {
-        error = errno;
-    } else {
-        if (existed) {
-            (void)fchown(fd, old.st_uid, old.st_gid); // only root can give the file away; best effort
-            (void)fchmod(fd, old.st_mode & 07777);
-        } else {
-            (void)fchmod(fd, 0644);
-        }
-        for (size_t done = 0; error == 0 && done < content.size();) {
-            ssize_t n = ::write(fd, content.data() + done, content.size() - done);
-            if (n >= 0)
-                done += static_cast<size_t>(n);
-            else if (errno != EINTR)
-                error = errno;
-        }
-        if (::close(fd) != 0 && error == 0) error = errno;
-        if (error == 0 && std::rename(temporary.c_str(), target.c_str()) != 0) error = errno;
-        if (error != 0) (void)::unlink(temporary.c_str());
-    }
-    if (error != 0) report_write_failure(path, error);
-    return error == 0;
-}
-
-} // namespace zakhost
 
 extern "C" {
 

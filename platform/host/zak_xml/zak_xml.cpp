@@ -7,7 +7,7 @@
 #include <cstdarg>
 #include <string>
 
-#include "pkg_host.h"
+#include "host.h"
 #include "zak_xml.h"
 
 namespace {
@@ -106,7 +106,7 @@ void ZAK_Adapt_xmlFreeDoc(xmlDocPtr doc) {
 }
 
 uint32_t RPM_ParseXmlFile_HOOK(const char *path, xmlDocPtr *doc) {
-    if (uint32_t code = 0; zakhost::pkg::injected_code("RPM_ParseXmlFile_HOOK", &code)) return code;
+    if (uint32_t code = 0; zakhost::injected_code("RPM_ParseXmlFile_HOOK", &code)) return code;
     if (path == nullptr || doc == nullptr) return 1;
     RouteXmlErrors();
     *doc = xmlReadFile(path, nullptr,

@@ -9,7 +9,7 @@
 #include <set>
 #include <string>
 
-#include "pkg_host.h"
+#include "host.h"
 #include "rpm_paths.h"
 
 namespace {
@@ -34,7 +34,7 @@ bool empty_directory(const std::string &dir) {
     while (struct dirent *entry = readdir(d)) {
         std::string name = entry->d_name;
         if (name == "." || name == "..") continue;
-        if (!zakhost::pkg::remove_tree(dir + "/" + name)) ok = false;
+        if (!zakhost::remove_tree(dir + "/" + name)) ok = false;
     }
     closedir(d);
     return ok;
@@ -60,9 +60,9 @@ bool read_rinfo(const char *file, RPM_RPG_INFO *info) {
         }
     }
     if (!seen[0] || !seen[1] || !seen[2]) return false;
-    return zakhost::pkg::copy_out(values[0], info->szRpgName, sizeof(info->szRpgName)) &&
-           zakhost::pkg::copy_out(values[1], info->szRpgVersion, sizeof(info->szRpgVersion)) &&
-           zakhost::pkg::copy_out(values[2], info->szRpgType, sizeof(info->szRpgType));
+    return zakhost::copy_out(values[0], info->szRpgName, sizeof(info->szRpgName)) &&
+           zakhost::copy_out(values[1], info->szRpgVersion, sizeof(info->szRpgVersion)) &&
+           zakhost::copy_out(values[2], info->szRpgType, sizeof(info->szRpgType));
 }
 
 int lua_mounts(lua_State *state) {
@@ -79,7 +79,7 @@ const zakhost::ControlFunction kMounts{"mounts", &lua_mounts};
 
 } // namespace
 
-using zakhost::pkg::injected_code;
+using zakhost::injected_code;
 
 extern "C" {
 
@@ -97,7 +97,7 @@ uint32_t RPM_SU_MountRpg_HOOK(const char *image, const char *mountPoint) {
     std::string key = key_of(mountPoint);
     std::lock_guard<std::mutex> guard(g_mountLock);
     if (mounted().count(key) != 0) return 3;
-    if (!zakhost::pkg::make_dirs(key)) return 4;
+    if (!zakhost::make_dirs(key).empty()) return 4;
     const char *argv[] = {"tar", "-xf", image, "-C", key.c_str(), nullptr};
     if (zakhost::run_command(argv) != 0) {
         empty_directory(key);

@@ -23,7 +23,7 @@ constexpr const char *kSample = R"(<?xml version="1.0" encoding="UTF-8"?>
 )";
 
 std::string write_sample_entity_db(const std::string &root) {
-    std::string path = root + "/zakv8/main/data/c_entity.xml";
+    std::string path = root + zakhost::kCommonRoot + "/data/c_entity.xml";
     std::ofstream out(path);
     out << kSample;
     return out ? std::string() : "cannot write " + path;
