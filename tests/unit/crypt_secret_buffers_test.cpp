@@ -10,6 +10,7 @@
 // auxiliary library's header would turn into a macro.
 #include "crypt/secret_buffer.h"
 #include "nuk_crypt.h"
+#include "qav_mk.h"
 
 extern "C" {
 #include <lauxlib.h>
@@ -161,6 +162,9 @@ TEST(CryptHexKeys, PairsOddEndsAndLimits) {
     EXPECT_EQ(QAV_GetKeyValue("0011223344", out, 4), 1u); // more than 2 * size characters
     EXPECT_EQ(QAV_GetKeyValue("0g", out, 4), 1u);
     EXPECT_EQ(QAV_GetKeyValue(nullptr, out, 4), 1u);
+    uint8_t hash[NUK_CRYPT_MK_HASH_LEN];
+    EXPECT_EQ(NUK_CRYPT_StrToHashValue("000000000000000f", 16, hash, 8), 0u);
+    EXPECT_EQ(NUK_CRYPT_StrToHashValue("0000000000000g0f", 16, hash, 8), NUK_MK_ERR_FORMAT);
 }
 
 } // namespace

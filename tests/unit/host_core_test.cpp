@@ -14,12 +14,14 @@
 #include <thread>
 
 #include "host.h"
+#include "nuk_string.h"
 #include "nuk_sync.h"
 #include "os_env.h"
 #include "qav_mk.h"
 #include "rpm_ini.h"
 #include "zak_file.h"
 #include "zak_memory.h"
+#include "zak_stamp.h"
 
 namespace {
 
@@ -187,6 +189,37 @@ TEST(HostProfile, NumbersAreDecimalOrHexNeverOctal) {
         EXPECT_EQ(zakhost::profile_int("numbers", "n", -1), expected) << '"' << text << '"';
     }
     zakhost::profile_override("numbers", "n", std::nullopt);
+}
+
+TEST(HostProfile, DecimalTextsEndAt4294967295AndTheRootDropsTrailingSlashes) {
+    uint32_t value = 0;
+    EXPECT_EQ(NUK_StrToUint32("4294967295", &value), 0u);
+    EXPECT_EQ(value, 4294967295u);
+    EXPECT_NE(NUK_StrToUint32("4294967296", &value), 0u);
+    std::string root = zakhost::root();
+    setenv("ZAKHOST_ROOT", (root + "//").c_str(), 1);
+    zakhost::reset_environment();
+    EXPECT_EQ(zakhost::root(), root);
+    setenv("ZAKHOST_ROOT", root.c_str(), 1);
+    zakhost::reset_environment();
+}
+
+TEST(HostStamps, AFullStampHandsOverEveryItemAndNothingPastThem) {
+    struct {
+        ZAK_STARTUP_STAMP stamp;
+        ZAK_STAMP_ITEM *after; // not the store's
+    } full{};
+    int64_t blocks = zakhost::live_blocks();
+    full.stamp.uiItemCount = ZAK_STAMP_MAX_ITEMS;
+    for (ZAK_STAMP_ITEM *&item : full.stamp.apItems) {
+        item = static_cast<ZAK_STAMP_ITEM *>(ZAK_Malloc_F(nullptr, 0, sizeof *item, "test", __LINE__));
+        *item = ZAK_STAMP_ITEM{};
+    }
+    ZAK_STAMP_ITEM other{};
+    full.after = &other;
+    ASSERT_EQ(ZAK_StartupStampAdd(0, 0, &full.stamp, 0, "full"), 0u);
+    EXPECT_EQ(full.after, &other);
+    EXPECT_EQ(zakhost::live_blocks(), blocks);
 }
 
 TEST(HostWrites, FailedWritesAreReportedInSyslogWithPathAndErrno) {

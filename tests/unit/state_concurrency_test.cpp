@@ -1,10 +1,9 @@
 // Shared state used from several script states on several threads of one process, as the
-// device's engine runs them: named locks never admit two live holders, an abandoned lock is
-// broken after one 5-second slice, and the upgrade lock never admits overlapping VM lists.
+// device's engine runs them: named locks never admit two live holders and the upgrade lock never
+// admits overlapping VM lists.
 #include <gtest/gtest.h>
 
 #include <atomic>
-#include <chrono>
 #include <string>
 #include <thread>
 #include <vector>
@@ -156,32 +155,6 @@ TEST(StateConcurrency, CrlLockIsCreatedOnceByRacingFirstTakes) {
     EXPECT_EQ(occupancy.entries.load(), 4 * 500);
     EXPECT_EQ(g_stCrlLockTable.initFlag, 1u);
     ExpectOneSemaphoreUnit(g_stCrlLockTable.lock.semaId);
-}
-
-// The one real-time test: a holder that keeps the lock past the 5-second slice loses it.
-TEST(StateConcurrency, AbandonedLockIsBrokenAfterOneSlice) {
-    ScriptState holder;
-    ScriptState waiter;
-    ASSERT_EQ(holder.Run("assert(libqavluacommon.qav_download_lock_init() == 0)"), "");
-    ASSERT_EQ(holder.Run("assert(libqavluacommon.qav_download_lock_Lock() == 0)"), "");
-    // The holder does not unlock until the waiter is through: the waiter can only get the lock
-    // by breaking it.
-    auto started = std::chrono::steady_clock::now();
-    std::thread waiting(
-        [&] { EXPECT_EQ(waiter.Run("assert(libqavluacommon.qav_download_lock_Lock() == 0)"), ""); });
-    waiting.join();
-    auto waited = std::chrono::steady_clock::now() - started;
-    EXPECT_GE(waited, std::chrono::milliseconds(4900)) << "the lock was broken before its slice ran out";
-    EXPECT_EQ(g_stDownLoadLockTable.lock.count, 1) << "the waiter holds it now";
-
-    // The first holder's late unlock releases the new holder's claim; the new holder's own
-    // unlock then finds the lock free and posts nothing.
-    ASSERT_EQ(holder.Run("assert(libqavluacommon.qav_download_lock_Unlock() == 0)"), "");
-    EXPECT_EQ(g_stDownLoadLockTable.lock.count, 0);
-    ExpectOneSemaphoreUnit(g_stDownLoadLockTable.lock.semaId);
-    ASSERT_EQ(waiter.Run("assert(libqavluacommon.qav_download_lock_Unlock() == 0)"), "");
-    EXPECT_EQ(g_stDownLoadLockTable.lock.count, 0);
-    ExpectOneSemaphoreUnit(g_stDownLoadLockTable.lock.semaId);
 }
 
 // Per-VM holder counts behind the upgrade lock.

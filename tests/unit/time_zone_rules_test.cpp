@@ -50,32 +50,22 @@ class ZoneSweep : public ::testing::TestWithParam<int> {
 };
 
 RuleCase Case(int index) {
-    switch (index) {
-    case 0:
-        return {"CET-1CEST,M3.5.0/2,M10.5.0/3", Zone(false, 1, 0), ByWeekday(3, 5, 2, 10, 5, 3)};
-    case 1:
-        return {"EST5EDT,M3.2.0/2,M11.1.0/2", Zone(true, 5, 0), ByWeekday(3, 2, 2, 11, 1, 2)};
-    case 2:
-        return {"AEST-10AEDT,M10.1.0/2,M4.1.0/3", Zone(false, 10, 0), ByWeekday(10, 1, 2, 4, 1, 3)};
-    case 3:
-        return {"NZST-12NZDT,M9.5.0/2,M4.1.0/3", Zone(false, 12, 0), ByWeekday(9, 5, 2, 4, 1, 3)};
-    default: {
-        // Month-day rule with a half-hour zone and a 30-minute daylight offset.
-        ZAK_DST_RULE rule{};
-        rule.uiType = 1;
-        rule.uiDstEnabled = 1;
-        rule.uiRepeatMode = 2;
-        rule.uiStartMonth = 4;
-        rule.uiStartDay = 10;
-        rule.ucStartHour = 1;
-        rule.uiEndMonth = 8;
-        rule.uiEndDay = 20;
-        rule.ucEndHour = 1;
-        rule.ucOffsetMinute = 30;
-        // J100 = 10 April, J232 = 20 August (days counted without 29 February)
-        return {"XST-5:30XDT-6,J100/1,J232/1", Zone(false, 5, 30), rule};
-    }
-    }
+    // Month-day rule with a half-hour zone and a 30-minute daylight offset: J100 = 10 April,
+    // J232 = 20 August (days counted without 29 February).
+    ZAK_DST_RULE byDay = ByWeekday(4, 0, 1, 8, 0, 1);
+    byDay.uiRepeatMode = 2;
+    byDay.uiStartDay = 10;
+    byDay.uiEndDay = 20;
+    byDay.ucOffsetHour = 0;
+    byDay.ucOffsetMinute = 30;
+    const RuleCase cases[] = {
+        {"CET-1CEST,M3.5.0/2,M10.5.0/3", Zone(false, 1, 0), ByWeekday(3, 5, 2, 10, 5, 3)},
+        {"EST5EDT,M3.2.0/2,M11.1.0/2", Zone(true, 5, 0), ByWeekday(3, 2, 2, 11, 1, 2)},
+        {"AEST-10AEDT,M10.1.0/2,M4.1.0/3", Zone(false, 10, 0), ByWeekday(10, 1, 2, 4, 1, 3)},
+        {"NZST-12NZDT,M9.5.0/2,M4.1.0/3", Zone(false, 12, 0), ByWeekday(9, 5, 2, 4, 1, 3)},
+        {"XST-5:30XDT-6,J100/1,J232/1", Zone(false, 5, 30), byDay},
+    };
+    return cases[index];
 }
 
 TEST_P(ZoneSweep, GmtToLocalMatchesTheCLibraryEveryHalfHourFor2023To2026) {
@@ -134,6 +124,17 @@ TEST(ZoneRecords, PackedLayoutMatchesThePlatformOffsets) {
     EXPECT_EQ(offsetof(ZAK_DST_RULE, uiRepeatMode), 95u);
     EXPECT_EQ(offsetof(ZAK_DST_RULE, stRepeatStart), 99u);
     EXPECT_EQ(offsetof(ZAK_DST_RULE, stRepeatEnd), 103u);
+}
+
+TEST(ZoneRecords, TimesOfDayEndAt23Hours59Minutes) {
+    SYS_TIME gmt{2024, 6, 1, 12, 0, 0, 0, 0}, local{};
+    uint32_t isDst = 0;
+    ZAK_TIME_ZONE zone = Zone(false, 23, 59);
+    ZAK_DST_RULE rule = ByWeekday(3, 5, 2, 10, 5, 3);
+    ASSERT_EQ(ZAK_Gmt2LocalTimeByCfg(&gmt, &zone, &rule, &local, &isDst), 0u);
+    EXPECT_EQ(local.date * 100 + local.hour, 212); // 23:59 ahead, one more hour of daylight time
+    rule.ucStartMinute = 60;
+    EXPECT_NE(ZAK_Gmt2LocalTimeByCfg(&gmt, &zone, &rule, &local, &isDst), 0u);
 }
 
 TEST(RecordArithmetic, RefusesWhatIsNotARealTime) {
