@@ -3,12 +3,7 @@
 // private device root.
 #include <gtest/gtest.h>
 
-#include <cstdlib>
-#include <fstream>
-#include <sstream>
-#include <string>
-
-#include "host.h"
+#include "unit_helpers.h"
 
 extern "C" {
 uint32_t QAV_GetModPwdErrInfo(const char *logPath);
@@ -17,37 +12,23 @@ int32_t QAV_ModifyUserPasswd(const char *user, const char *newPassword);
 
 namespace {
 
-std::string ReadFile(const std::string &path) {
-    std::ifstream in(path, std::ios::binary);
-    std::ostringstream text;
-    text << in.rdbuf();
-    return in ? text.str() : "<missing>";
-}
-
-void WriteFile(const std::string &path, const std::string &text) {
-    std::ofstream(path, std::ios::binary) << text;
-}
+using unit::Slurp;
+using unit::Spill;
 
 class PasswordTool : public ::testing::Test {
   protected:
     void SetUp() override {
-        char pattern[] = "/tmp/qav-pwtool.XXXXXX";
-        ASSERT_NE(mkdtemp(pattern), nullptr);
-        root_ = pattern;
-        const char *oldRoot = std::getenv("ZAKHOST_ROOT");
-        savedRoot_ = oldRoot != nullptr ? oldRoot : "";
+        root_ = unit::TempDir();
+        savedRoot_ = std::getenv("ZAKHOST_ROOT") != nullptr ? std::getenv("ZAKHOST_ROOT") : "";
         savedPath_ = std::getenv("PATH") != nullptr ? std::getenv("PATH") : "";
         ASSERT_EQ(std::system(("mkdir -p " + root_ + "/opt " + root_ + "/etc " + root_ + "/tools").c_str()),
                   0);
-        WriteFile(root_ + "/tools/passwd", "#!/bin/bash\n"
-                                           "R=" +
-                                               root_ +
-                                               "\n"
-                                               "IFS= read -r first; IFS= read -r second\n"
-                                               "printf '%s|%s|%s' \"$1\" \"$first\" \"$second\" > $R/seen\n"
-                                               "cat $R/script 2>/dev/null\n"
-                                               "exit $(cat $R/status 2>/dev/null || echo 0)\n");
-        WriteFile(root_ + "/tools/ramdisk-sync", "#!/bin/sh\necho \"$@\" >> " + root_ + "/synced\n");
+        // The tool prints R/script and exits with R/status.
+        Spill(root_ + "/tools/passwd",
+              "#!/bin/bash\nR=" + root_ +
+                  "\nIFS= read -r first; IFS= read -r second\n"
+                  "cat $R/script 2>/dev/null\nexit $(cat $R/status 2>/dev/null || echo 0)\n");
+        Spill(root_ + "/tools/ramdisk-sync", "#!/bin/sh\necho \"$@\" >> " + root_ + "/synced\n");
         ASSERT_EQ(std::system(("chmod 755 " + root_ + "/tools/*").c_str()), 0);
         setenv("ZAKHOST_ROOT", root_.c_str(), 1);
         setenv("PATH", (root_ + "/tools:/usr/bin:/bin").c_str(), 1);
@@ -61,46 +42,39 @@ class PasswordTool : public ::testing::Test {
         zakhost::reset_environment();
         (void)std::system(("rm -rf " + root_).c_str());
     }
-    // The tool prints `output` and exits with `status`.
-    void ToolSays(const std::string &output, int status) {
-        WriteFile(root_ + "/script", output);
-        WriteFile(root_ + "/status", std::to_string(status));
-    }
     std::string root_, savedRoot_, savedPath_;
 };
 
 TEST_F(PasswordTool, LogLinesAreClassified) {
-    std::string log = root_ + "/log";
-    WriteFile(log, "\r\n\nEnter new password:\r\nBAD PASSWORD: it is too short\n");
-    EXPECT_EQ(QAV_GetModPwdErrInfo(log.c_str()), 1003u);
-    WriteFile(log, "Enter new password:\nPassword has been already used. Choose another.\r\n");
-    EXPECT_EQ(QAV_GetModPwdErrInfo(log.c_str()), 1004u);
-    WriteFile(log, "Password has been used already\n");
-    EXPECT_EQ(QAV_GetModPwdErrInfo(log.c_str()), 1004u);
-    // Any line with "already" counts, and the last line needs no line end.
-    WriteFile(log, "first\nthis one was already there");
-    EXPECT_EQ(QAV_GetModPwdErrInfo(log.c_str()), 1004u);
-    // Lines are read 511 characters at a time: a word cut at that boundary is not seen whole.
-    WriteFile(log, std::string(508, 'x') + "already\n");
-    EXPECT_EQ(QAV_GetModPwdErrInfo(log.c_str()), 1003u);
-    WriteFile(log, std::string(511, 'x') + "already\n");
-    EXPECT_EQ(QAV_GetModPwdErrInfo(log.c_str()), 1004u);
+    const std::pair<std::string, uint32_t> cases[] = {
+        {"\r\n\nEnter new password:\r\nBAD PASSWORD: it is too short\n", 1003},
+        {"Enter new password:\nPassword has been already used. Choose another.\r\n", 1004},
+        {"Password has been used already\n", 1004},
+        {"first\nthis one was already there", 1004}, // the last line needs no line end
+        // Lines are read 511 characters at a time: a word cut at that boundary is not seen whole.
+        {std::string(508, 'x') + "already\n", 1003},
+        {std::string(511, 'x') + "already\n", 1004},
+    };
+    for (const auto &[text, code] : cases) {
+        Spill(root_ + "/log", text);
+        EXPECT_EQ(QAV_GetModPwdErrInfo((root_ + "/log").c_str()), code) << text.substr(0, 40);
+    }
     EXPECT_EQ(QAV_GetModPwdErrInfo((root_ + "/absent").c_str()), 1003u);
 }
 
 TEST_F(PasswordTool, FailuresAreClassifiedFromTheToolsLog) {
-    ToolSays("passwd: Password has been already used. Choose another.\n", 10);
+    Spill(root_ + "/script", "passwd: Password has been already used. Choose another.\n");
+    Spill(root_ + "/status", "10");
     EXPECT_EQ(QAV_ModifyUserPasswd("qavunitguest", "again"), 1004);
-    ToolSays("passwd: Authentication token manipulation error\n", 1);
+    Spill(root_ + "/script", "passwd: Authentication token manipulation error\n");
     EXPECT_EQ(QAV_ModifyUserPasswd("qavunitguest", "again"), 1003);
     // Output on the error stream counts as well ("&>" takes both).
-    WriteFile(root_ + "/script", "");
-    WriteFile(root_ + "/tools/passwd", "#!/bin/bash\necho 'Password has been used already' >&2\nexit 1\n");
+    Spill(root_ + "/tools/passwd", "#!/bin/bash\necho 'Password has been used already' >&2\nexit 1\n");
     EXPECT_EQ(QAV_ModifyUserPasswd("qavunitguest", "again"), 1004);
-    EXPECT_EQ(ReadFile(root_ + "/opt/mod_ospwd.log"), "<missing>");
+    EXPECT_EQ(Slurp(root_ + "/opt/mod_ospwd.log"), "<missing>");
     EXPECT_EQ(std::getenv("OS_USER_PWD"), nullptr);
     // The account files are synchronised after every attempt.
-    EXPECT_EQ(ReadFile(root_ + "/synced").size(),
+    EXPECT_EQ(Slurp(root_ + "/synced").size(),
               3 * ("-s " + root_ + "/etc/passwd " + root_ + "/etc/shadow\n").size());
 }
 

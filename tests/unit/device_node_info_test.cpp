@@ -8,7 +8,7 @@
 #include <string>
 
 #include "device/node_info.h"
-#include "host.h"
+#include "unit_helpers.h"
 
 namespace {
 
@@ -16,12 +16,6 @@ void MakeDirs(const std::string &path) {
     for (size_t pos = 1; pos != std::string::npos; pos = path.find('/', pos + 1))
         mkdir(path.substr(0, pos).c_str(), 0755);
     mkdir(path.c_str(), 0755);
-}
-
-bool HasMessage(const char *log, const std::string &text) {
-    for (const std::string &line : zakhost::log_messages(log))
-        if (line.find(text) != std::string::npos) return true;
-    return false;
 }
 
 class NodeInfo : public ::testing::Test {
@@ -69,16 +63,16 @@ TEST_F(NodeInfo, RunningVersionFileFromTheProfile) {
 TEST_F(NodeInfo, ProductTypeFailures) {
     char type[32];
     EXPECT_EQ(QAV_GetProductType(nullptr), 1u);
-    EXPECT_TRUE(HasMessage("upgrade", "The input is NULL."));
+    EXPECT_TRUE(unit::Logged("upgrade", "The input is NULL."));
 
     WriteVercfg("<Product><VNF/></Product>");
     EXPECT_EQ(QAV_GetProductType(type), 1u);
-    EXPECT_TRUE(HasMessage("upgrade", "Get node <Product/VNF/ProductType> value from file(" + vercfg_ +
-                                          ") fail! RetCode:"));
+    EXPECT_TRUE(unit::Logged("upgrade", "Get node <Product/VNF/ProductType> value from file(" + vercfg_ +
+                                            ") fail! RetCode:"));
     zakhost::log_clear();
     zakhost::inject("RPM_GetVercfgFileName_HOOK", 3, 0, 1);
     EXPECT_EQ(QAV_GetProductType(type), 1u);
-    EXPECT_TRUE(HasMessage("upgrade", "The input is NULL."));
+    EXPECT_TRUE(unit::Logged("upgrade", "The input is NULL."));
 }
 
 TEST_F(NodeInfo, DiskConfigurationMustBeReadable) {

@@ -10,15 +10,11 @@
 #include <thread>
 #include <vector>
 
-extern "C" {
-#include <lauxlib.h>
-#include <lualib.h>
-int luaopen_libqavluacommon(lua_State *state);
-}
+// Before the library's headers: they undo the auxiliary library's luaL_checkstring macro.
+#include "unit_helpers.h"
 
 #include "binding/registry.h"
 #include "binding/script_frame.h"
-#include "host.h"
 #include "state/port_ids.h"
 #include "state/swm_locks.h"
 #include "state/tpm_tables.h"
@@ -32,73 +28,36 @@ extern "C" uint32_t QAV_lualock_Destroy(void);
 
 namespace {
 
-size_t CountMessages(const char *log, const std::string &text) {
-    auto lines = zakhost::log_messages(log);
-    return static_cast<size_t>(std::count(lines.begin(), lines.end(), text));
-}
-
-// A script state with the library opened the way `require` does.
-lua_State *OpenState() {
-    lua_State *L = luaL_newstate();
-    luaL_openlibs(L);
-    luaL_requiref(L, "libqavluacommon", luaopen_libqavluacommon, 1);
-    lua_pop(L, 1);
-    return L;
-}
-
+// The first open makes the process objects; four more, at once, reuse them.
 TEST(LibraryOpen, ProcessObjectsOnceTpmTablesEveryOpen) {
-    lua_State *first = OpenState();
-    uint32_t upgrade = g_pUpgradeMutex, ha = g_pHaVnodeDeployMutex, swm = g_pSoftwareManageMutex;
+    lua_State *states[5] = {unit::OpenState()};
+    const std::vector<uint32_t> objects = {g_pUpgradeMutex, g_pHaVnodeDeployMutex, g_pSoftwareManageMutex};
     auto *ports = g_pstAssignPortIDList;
-    EXPECT_NE(upgrade, 0u);
-    EXPECT_NE(ha, 0u);
-    EXPECT_NE(swm, 0u);
+    EXPECT_EQ(std::count(objects.begin(), objects.end(), 0u), 0);
     EXPECT_NE(ports, nullptr);
     EXPECT_EQ(pstUpgradeLock, &g_stUpgradeLock);
     uint32_t reportSema = g_stTpmReportTable.lock.semaId;
-
-    size_t opens = CountMessages("upgrade", "init tpm table in open luacommon so");
-    size_t tpmInits = CountMessages("upgrade", "TPM Init Tpm Query Table entry");
-    lua_State *second = OpenState();
-    EXPECT_EQ(CountMessages("upgrade", "init tpm table in open luacommon so"), opens + 1);
-    EXPECT_EQ(CountMessages("upgrade", "TPM Init Tpm Query Table entry"), tpmInits + 2);
-    EXPECT_EQ(g_pUpgradeMutex, upgrade);
-    EXPECT_EQ(g_pHaVnodeDeployMutex, ha);
-    EXPECT_EQ(g_pSoftwareManageMutex, swm);
+    size_t opens = unit::Logged("upgrade", "init tpm table in open luacommon so");
+    size_t tpmInits = unit::Logged("upgrade", "TPM Init Tpm Query Table entry");
+    std::thread threads[4];
+    for (int i = 0; i < 4; ++i)
+        threads[i] = std::thread([&states, i] { states[i + 1] = unit::OpenState(); });
+    for (auto &t : threads)
+        t.join();
+    EXPECT_EQ(unit::Logged("upgrade", "init tpm table in open luacommon so"), opens + 4);
+    EXPECT_EQ(unit::Logged("upgrade", "TPM Init Tpm Query Table entry"), tpmInits + 8);
+    EXPECT_EQ((std::vector<uint32_t>{g_pUpgradeMutex, g_pHaVnodeDeployMutex, g_pSoftwareManageMutex}),
+              objects);
     EXPECT_EQ(g_pstAssignPortIDList, ports);
     EXPECT_NE(g_stTpmReportTable.lock.semaId, reportSema); // re-created on every open
     EXPECT_EQ(g_stTpmReportTable.refreshInterval, 5u);
     EXPECT_EQ(g_stTpmStatusTable.forceRefresh, 1u);
-
-    for (lua_State *L : {first, second}) {
-        lua_getglobal(L, "libqavluacommon");
-        ASSERT_TRUE(lua_istable(L, -1));
-        lua_getfield(L, -1, "qav_luaAssignPortID");
-        EXPECT_TRUE(lua_isfunction(L, -1));
-        lua_settop(L, 0);
+    for (lua_State *L : states)
         lua_close(L);
-    }
-}
-
-TEST(LibraryOpen, ConcurrentOpensShareOneSetOfObjects) {
-    size_t opens = CountMessages("upgrade", "init tpm table in open luacommon so");
-    lua_State *states[4] = {};
-    std::thread threads[4];
-    for (int i = 0; i < 4; ++i)
-        threads[i] = std::thread([&states, i] { states[i] = OpenState(); });
-    for (auto &t : threads)
-        t.join();
-    EXPECT_EQ(CountMessages("upgrade", "init tpm table in open luacommon so"), opens + 4);
-    EXPECT_NE(g_pUpgradeMutex, 0u);
-    for (lua_State *L : states) {
-        lua_getglobal(L, "libqavluacommon");
-        EXPECT_TRUE(lua_istable(L, -1));
-        lua_close(L);
-    }
 }
 
 TEST(LibraryOpen, UnlockableInitMutexRegistersNothing) {
-    size_t opens = CountMessages("upgrade", "init tpm table in open luacommon so");
+    size_t opens = unit::Logged("upgrade", "init tpm table in open luacommon so");
     lua_State *L = luaL_newstate();
     luaL_openlibs(L);
     zakhost::inject("NUK_MutexLock", 1, 0, 1);
@@ -107,7 +66,7 @@ TEST(LibraryOpen, UnlockableInitMutexRegistersNothing) {
     EXPECT_STREQ(lua_tostring(L, -1), "marker"); // nothing pushed: the result is what lay there
     lua_getglobal(L, "libqavluacommon");
     EXPECT_TRUE(lua_isnil(L, -1));
-    EXPECT_EQ(CountMessages("upgrade", "init tpm table in open luacommon so"), opens);
+    EXPECT_EQ(unit::Logged("upgrade", "init tpm table in open luacommon so"), opens);
     zakhost::inject_clear();
     lua_close(L);
 }
@@ -269,7 +228,7 @@ TEST(ExportedUtilities, ScriptLockIsOneProcessMutex) {
 
 // ctest runs every test in a process of its own, so finalising here disturbs no other test.
 TEST(PortTable, FinaliseFreesEverythingAndInitialiseStartsAfresh) {
-    lua_State *L = OpenState();
+    lua_State *L = unit::OpenState();
     ASSERT_NE(g_pstAssignPortIDList, nullptr);
     ASSERT_EQ(luaL_dostring(L, "local m = libqavluacommon; m.qav_luaAssignPortID(0x123); "
                                "m.qav_luaAssignPortID(0x124)"),
