@@ -13,61 +13,31 @@
 
 namespace {
 
-struct Split {
-    uint32_t result;
-    std::string dir;
-    std::string name;
-};
-
-Split split(const char *path, uint32_t nameSize = 128) {
-    char dir[256];
-    char name[128];
-    std::memset(dir, 'X', sizeof(dir));
-    std::memset(name, 'X', sizeof(name));
-    uint32_t result = QAV_SplitPathFileName(path, dir, name, nameSize);
-    return {result, dir, name};
-}
-
 TEST(PkgSplitPath, SplitsAtTheLastSeparatorOfEitherKind) {
-    Split s = split("/a/b/vercfg.xml");
-    EXPECT_EQ(s.result, 1u);
-    EXPECT_EQ(s.dir, "/a/b/");
-    EXPECT_EQ(s.name, "vercfg.xml");
-    s = split("C:\\pkg\\v1\\vercfg.xml");
-    EXPECT_EQ(s.dir, "C:\\pkg\\v1\\");
-    EXPECT_EQ(s.name, "vercfg.xml");
-    s = split("/mixed\\dir/x\\y.xml");
-    EXPECT_EQ(s.dir, "/mixed\\dir/x\\");
-    EXPECT_EQ(s.name, "y.xml");
-}
-
-TEST(PkgSplitPath, BareNamesTrailingSeparatorsAndEmptyPaths) {
-    Split s = split("vercfg.xml");
-    EXPECT_EQ(s.result, 1u);
-    EXPECT_EQ(s.dir, "");
-    EXPECT_EQ(s.name, "vercfg.xml");
-    s = split("/a/b/");
-    EXPECT_EQ(s.dir, "/a/b/");
-    EXPECT_EQ(s.name, "");
-    s = split("\\");
-    EXPECT_EQ(s.dir, "\\");
-    EXPECT_EQ(s.name, "");
-    // The separator at the first character is found: the search runs down to index 0.
-    s = split("/x");
-    EXPECT_EQ(s.dir, "/");
-    EXPECT_EQ(s.name, "x");
-    s = split("");
-    EXPECT_EQ(s.result, 0u);
-    EXPECT_EQ(s.dir, "");
-    EXPECT_EQ(s.name, "");
+    const struct {
+        const char *path;
+        uint32_t nameSize, result;
+        const char *dir, *name;
+    } cases[] = {
+        {"/a/b/vercfg.xml", 128, 1, "/a/b/", "vercfg.xml"},
+        {"C:\\pkg\\v1\\vercfg.xml", 128, 1, "C:\\pkg\\v1\\", "vercfg.xml"},
+        {"/mixed\\dir/x\\y.xml", 128, 1, "/mixed\\dir/x\\", "y.xml"},
+        {"vercfg.xml", 128, 1, "", "vercfg.xml"},
+        {"/a/b/", 128, 1, "/a/b/", ""},
+        {"\\", 128, 1, "\\", ""},
+        {"/x", 128, 1, "/", "x"}, // the search runs down to index 0
+        {"", 128, 0, "", ""},
+        {"/dir/abcdefgh", 4, 1, "/dir/", ""}, // a name too long for its buffer is dropped
+    };
+    for (const auto &c : cases) {
+        char dir[256], name[128];
+        std::memset(dir, 'X', sizeof(dir));
+        std::memset(name, 'X', sizeof(name));
+        EXPECT_EQ(QAV_SplitPathFileName(c.path, dir, name, c.nameSize), c.result) << c.path;
+        EXPECT_STREQ(dir, c.dir) << c.path;
+        EXPECT_STREQ(name, c.name) << c.path;
+    }
     EXPECT_EQ(QAV_SplitPathFileName(nullptr, nullptr, nullptr, 0), 0u);
-}
-
-TEST(PkgSplitPath, ANameTooLongForItsBufferIsDroppedButTheSplitSucceeds) {
-    Split s = split("/dir/abcdefgh", 4);
-    EXPECT_EQ(s.result, 1u);
-    EXPECT_EQ(s.dir, "/dir/");
-    EXPECT_EQ(s.name, "");
     char name[16];
     EXPECT_EQ(QAV_SplitPathFileName("/only/name", nullptr, name, sizeof(name)), 1u);
     EXPECT_STREQ(name, "name");
