@@ -15,7 +15,6 @@
 #include <unistd.h>
 
 #include <algorithm>
-#include <chrono>
 #include <cmath>
 #include <cstdio>
 #include <cstdlib>
@@ -264,39 +263,25 @@ bool Listed(const char *script, std::initializer_list<const char *> names) {
 // Functions whose result count is deliberately not a count of what they pushed on some paths;
 // the engine's dispatcher clamps a count beyond the stack to the stack height.
 bool MayReturnBadCount(const char *script) {
-    return Listed(script, {
-                              // a wrong argument count returns 0xFFFFFFFF as the count itself
-                              "qav_spt_SysLocalTimeGet",
-                              "qav_ResetBoardForNpuModeSwitch",
-                              // a time key that is not a number returns 0x801707 as the count
-                              "qav_spt_SysGmt2LocalTimeByTzDst",
-                              "qav_GetAppointmentTimeOffset",
-                              // the register setters push nothing and declare 3 or 2 results
-                              "qav_SU_SetRstRollbackTimerLock",
-                              "qav_SU_SetUpgradeLockTime",
-                              "qav_SU_SetUpgradeState",
-                          });
+    // A wrong argument count returns 0xFFFFFFFF as the count itself (the first two); a time key that
+    // is not a number returns 0x801707 (the next two); the register setters push nothing and
+    // declare 3 or 2 results.
+    return Listed(script,
+                  {"qav_spt_SysLocalTimeGet", "qav_ResetBoardForNpuModeSwitch",
+                   "qav_spt_SysGmt2LocalTimeByTzDst", "qav_GetAppointmentTimeOffset",
+                   "qav_SU_SetRstRollbackTimerLock", "qav_SU_SetUpgradeLockTime", "qav_SU_SetUpgradeState"});
 }
 
 // Functions that leave the table values they read below their results (the engine takes only
 // the top results, so scripts never see them).
 bool MayLeaveReadValues(const char *script) {
-    return Listed(script, {
-                              // the time-record readers do not pop the fields they fetch
-                              "qav_spt_SysLocalTime2Gmt",
-                              "qav_spt_SysGmt2LocalTime",
-                              "qav_spt_SysLocalTime2GmtByTzDst",
-                              "qav_trap_UTCclockchange",
-                              "qav_trap_sysreload",
-                              "qav_spt_SysGmt2LocalTimeByTzDst",
-                              "qav_GetAppointmentTimeOffset",
-                              "qav_systimerelseccal",
-                              "qav_systimereldaycal",
-                              "qav_SystimeCompare",
-                              "qav_SystimeAddMilliSeconds",
-                              // the startTime text and the unused "traceback" field stay
-                              "qav_set_pat_lock_info",
-                          });
+    // The time-record readers do not pop the fields they fetch; of the pat lock-info setter the
+    // startTime text and the unused "traceback" field stay.
+    return Listed(script,
+                  {"qav_spt_SysLocalTime2Gmt", "qav_spt_SysGmt2LocalTime", "qav_spt_SysLocalTime2GmtByTzDst",
+                   "qav_trap_UTCclockchange", "qav_trap_sysreload", "qav_spt_SysGmt2LocalTimeByTzDst",
+                   "qav_GetAppointmentTimeOffset", "qav_systimerelseccal", "qav_systimereldaycal",
+                   "qav_SystimeCompare", "qav_SystimeAddMilliSeconds", "qav_set_pat_lock_info"});
 }
 // Even those stay within this many values above their arguments.
 constexpr int kMostLeftValues = 40;
@@ -506,13 +491,7 @@ void RunInput(const uint8_t *data, size_t size) {
         // timed-out slice is injected so the take-over path runs at once. A free lock just
         // waits again and gets it.
         zakhost::inject("NUK_SemaP", 1, 0, 1);
-        auto started = std::chrono::steady_clock::now();
         int status = lua_pcall(L, count, LUA_MULTRET, 0);
-        auto took = std::chrono::steady_clock::now() - started;
-        if (took > std::chrono::milliseconds(200) && std::getenv("QAVFUZZ_COLLECT") != nullptr)
-            std::fprintf(
-                stderr, "slow call: %s with %d arguments: %lld ms\n", entry.name, count,
-                static_cast<long long>(std::chrono::duration_cast<std::chrono::milliseconds>(took).count()));
         zakhost::inject("NUK_SemaP", 0, 0, 0);
         CheckStandardDescriptors(entry.name);
         // Running out of memory is the allocator's limit, not the function's fault: the runners
