@@ -1,16 +1,20 @@
-// Shared-state paths that only other libraries of the process reach: entry functions called
-// without a script state, and the TPM table initialisation the open function runs.
+// Paths that only other libraries of the process reach: entry functions called without a script
+// state, and the TPM table initialisation the open function runs.
 #include <gtest/gtest.h>
 
 #include <string>
 #include <vector>
 
-#include "host.h"
+#include "unit_helpers.h"
 #include "state/named_locks.h"
 #include "state/tpm_tables.h"
 
-extern "C" int QAV_luaCrlLock_lock(lua_State *state);
-extern "C" int QAV_luaCrlLock_unlock(lua_State *state);
+extern "C" {
+int QAV_luaCrlLock_lock(lua_State *state);
+int QAV_luaCrlLock_unlock(lua_State *state);
+int l_get_hardtypeOfColdPatHardRst(lua_State *state);
+int l_issu_log(lua_State *state);
+}
 
 namespace {
 
@@ -50,6 +54,17 @@ TEST(StateEntry, TpmTableInitFailureLogsAndDropsTheMutex) {
     EXPECT_EQ(QAV_LuaCommLock(&table.lock), 0);
     EXPECT_EQ(QAV_LuaCommUnLock(&table.lock), 0u);
     EXPECT_EQ(QAV_LuaCommUnLock(nullptr), 1u);
+}
+
+TEST(PkgmgrEntry, CallsWithoutAScriptStateOnlyLog) {
+    zakhost::log_clear();
+    EXPECT_EQ(l_get_hardtypeOfColdPatHardRst(nullptr), 0);
+    EXPECT_EQ(l_issu_log(nullptr), 1);
+    for (const char *text : {"Get hardtypes of cold pat using hard reset policy func enter",
+                             "Get hardtypes of cold pat using hard reset policy func, pstSc is null",
+                             "print issu log func, pstSc is null"})
+        EXPECT_EQ(unit::Logged("upgrade", text), 1u) << text;
+    EXPECT_TRUE(zakhost::log_messages("issu").empty());
 }
 
 } // namespace

@@ -1,5 +1,7 @@
 // Daylight-saving conversion swept hour by hour over several years and compared with the C
-// library's own reading of the same rules as POSIX TZ strings.
+// library's own reading of the same rules as POSIX TZ strings; the record limits; and functions the
+// library exports without registering them: the checked local-time getter, the rule reader on a
+// rule full of malformed sub-tables, and the component lookup's null guard.
 #include <gtest/gtest.h>
 
 #include <cstdlib>
@@ -7,7 +9,14 @@
 #include <ctime>
 #include <string>
 
+#include "unit_helpers.h"
 #include "zak_systime.h"
+
+extern "C" {
+int QAV_SPT_DoSysTimeGet(lua_State *state);
+uint32_t QAV_GetDstFromStack(lua_State *state, int32_t tableIndex, ZAK_DST_RULE *rule);
+uint32_t QAV_GetCompCidByCompType(uint32_t type, uint32_t *componentId);
+}
 
 namespace {
 
@@ -111,19 +120,16 @@ TEST_P(ZoneSweep, GmtToLocalMatchesTheCLibraryEveryHalfHourFor2023To2026) {
 INSTANTIATE_TEST_SUITE_P(Rules, ZoneSweep, ::testing::Range(0, 5));
 
 TEST(ZoneRecords, PackedLayoutMatchesThePlatformOffsets) {
-    EXPECT_EQ(offsetof(ZAK_TIME_ZONE, uiOption), 33u);
-    EXPECT_EQ(offsetof(ZAK_TIME_ZONE, ucHour), 37u);
-    EXPECT_EQ(offsetof(ZAK_TIME_ZONE, uiLrId), 40u);
-    EXPECT_EQ(offsetof(ZAK_DST_RULE, usStartYear), 39u);
-    EXPECT_EQ(offsetof(ZAK_DST_RULE, ucEndHour), 43u);
-    EXPECT_EQ(offsetof(ZAK_DST_RULE, usEndDateYear), 45u);
-    EXPECT_EQ(offsetof(ZAK_DST_RULE, ucOffsetHour), 49u);
-    EXPECT_EQ(offsetof(ZAK_DST_RULE, uiStartWeekNum), 51u);
-    EXPECT_EQ(offsetof(ZAK_DST_RULE, usFirstYear), 75u);
-    EXPECT_EQ(offsetof(ZAK_DST_RULE, uiDstEnabled), 79u);
-    EXPECT_EQ(offsetof(ZAK_DST_RULE, uiRepeatMode), 95u);
-    EXPECT_EQ(offsetof(ZAK_DST_RULE, stRepeatStart), 99u);
-    EXPECT_EQ(offsetof(ZAK_DST_RULE, stRepeatEnd), 103u);
+    const size_t offsets[] = {offsetof(ZAK_TIME_ZONE, uiOption),    offsetof(ZAK_TIME_ZONE, ucHour),
+                              offsetof(ZAK_TIME_ZONE, uiLrId),      offsetof(ZAK_DST_RULE, usStartYear),
+                              offsetof(ZAK_DST_RULE, ucEndHour),    offsetof(ZAK_DST_RULE, usEndDateYear),
+                              offsetof(ZAK_DST_RULE, ucOffsetHour), offsetof(ZAK_DST_RULE, uiStartWeekNum),
+                              offsetof(ZAK_DST_RULE, usFirstYear),  offsetof(ZAK_DST_RULE, uiDstEnabled),
+                              offsetof(ZAK_DST_RULE, uiRepeatMode), offsetof(ZAK_DST_RULE, stRepeatStart),
+                              offsetof(ZAK_DST_RULE, stRepeatEnd)};
+    const size_t expected[] = {33, 37, 40, 39, 43, 45, 49, 51, 75, 79, 95, 99, 103};
+    for (size_t i = 0; i < std::size(offsets); ++i)
+        EXPECT_EQ(offsets[i], expected[i]) << i;
 }
 
 TEST(ZoneRecords, TimesOfDayEndAt23Hours59Minutes) {
@@ -151,6 +157,67 @@ TEST(RecordArithmetic, RefusesWhatIsNotARealTime) {
     EXPECT_EQ(NUK_SystimeAdd(&leap, 1), 0u);
     EXPECT_EQ(leap.month, 3);
     EXPECT_EQ(leap.week, 5); // 1 March 2024 was a Friday
+}
+
+class Internal : public ::testing::Test {
+  protected:
+    void SetUp() override {
+        L = luaL_newstate();
+        luaL_openlibs(L);
+        zakhost::log_clear();
+    }
+    void TearDown() override { lua_close(L); }
+    void Push(const char *expression) {
+        std::string chunk = std::string("return ") + expression;
+        ASSERT_EQ(luaL_dostring(L, chunk.c_str()), 0) << lua_tostring(L, -1);
+    }
+    lua_State *L = nullptr;
+};
+
+TEST_F(Internal, CheckedLocalTimeGetterReturnsCodesAsCounts) {
+    EXPECT_EQ(QAV_SPT_DoSysTimeGet(L), -1); // 0xFFFFFFFF, nothing pushed
+    EXPECT_EQ(lua_gettop(L), 0);
+    Push("1");
+    EXPECT_EQ(QAV_SPT_DoSysTimeGet(L), -1) << "not a table";
+    lua_settop(L, 0);
+    lua_newtable(L);
+    zakhost::inject("ZAK_Local_SystimeGet", 5, 0, 1);
+    EXPECT_EQ(QAV_SPT_DoSysTimeGet(L), 5);
+    EXPECT_EQ(lua_gettop(L), 1);
+    ASSERT_EQ(QAV_SPT_DoSysTimeGet(L), 2);
+    EXPECT_EQ(lua_tointeger(L, -2), 0);
+    lua_getfield(L, 1, "year");
+    EXPECT_GE(lua_tointeger(L, -1), 2024);
+}
+
+TEST_F(Internal, RuleReaderLeavesTheStackAsItFoundItWhateverTheRule) {
+    // every sub-table malformed: each reader stops at its first field and leaves values behind
+    Push("{dstName = 'r', type = 1, startTime = {}, startDate = {year = 'x'}, endTime = {hour = 1},"
+         " endDate = {}, dstOffset = {minute = 2}, startWeekNum = 1, startWeekDay = 2, startMonth = 3,"
+         " endWeekNum = 4, endWeekDay = 5, endMonth = 6, startYear = 7, endYear = 8, isDstEnabled = true,"
+         " startDay = 9, endDay = 10, lrId = 11, RepeatMode = 12, repeatStartDate = {month = 1},"
+         " repeatEndDate = 5}");
+    ZAK_DST_RULE rule{};
+    EXPECT_EQ(QAV_GetDstFromStack(L, 1, &rule), 0u);
+    EXPECT_EQ(lua_gettop(L), 1);
+    EXPECT_EQ(rule.ucStartHour, 0);
+    EXPECT_EQ(rule.ucOffsetHour, 0);
+    EXPECT_EQ(rule.uiEndMonth, 6u);
+    EXPECT_EQ(rule.usLastYear, 8);
+    EXPECT_EQ(rule.uiRepeatMode, 12u);
+    EXPECT_EQ(rule.stRepeatStart.ucMonth, 0);
+    EXPECT_EQ(QAV_GetDstFromStack(L, 1, nullptr), 0xFFFFFFFFu);
+}
+
+TEST_F(Internal, ComponentLookupAssertsOnANullOut) {
+    EXPECT_EQ(QAV_GetCompCidByCompType(204, nullptr), 0xFFFFFFFFu);
+    auto lines = zakhost::log_messages("syslog");
+    ASSERT_FALSE(lines.empty());
+    EXPECT_NE(lines.back().find("ZAK_Assert"), std::string::npos);
+    uint32_t cid = 0;
+    EXPECT_EQ(QAV_GetCompCidByCompType(204, &cid), 0u);
+    EXPECT_EQ(cid, 0x10CC0001u);
+    EXPECT_NE(QAV_GetCompCidByCompType(999, &cid), 0u);
 }
 
 } // namespace
