@@ -92,6 +92,9 @@ TEST(ProcessRequest, NameCutTo32Characters) {
     EXPECT_EQ(request.instanceId, 7u);
     EXPECT_STREQ(request.path, "/opt/bin/app");
     EXPECT_STREQ(request.argv, "-v");
+    std::string longest(300, 'p'); // path and arguments keep 255 characters
+    qav::FillProcessRequest(&request, "n", 1, longest.c_str(), longest.c_str());
+    EXPECT_EQ(std::string(request.path) + request.argv, longest.substr(0, 255) + longest.substr(0, 255));
     qav::FillProcessRequest(&request, "short", 1, nullptr, nullptr);
     EXPECT_STREQ(request.name, "short");
     EXPECT_STREQ(request.path, "");
