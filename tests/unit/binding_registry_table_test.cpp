@@ -31,21 +31,16 @@ struct Row {
 std::vector<Row> ReadTable(const std::string &path, std::string *error) {
     std::vector<Row> rows;
     std::ifstream in(path);
-    if (!in) {
-        *error = "cannot open " + path;
-        return rows;
-    }
-    std::string line;
-    while (std::getline(in, line)) {
-        if (line.empty() || line[0] == '#') continue;
+    if (!in) *error = "cannot open " + path;
+    for (std::string line, extra; std::getline(in, line);) {
         std::istringstream fields(line);
-        std::string position, script, function, extra;
-        if (!std::getline(fields, position, '\t') || !std::getline(fields, script, '\t') ||
-            !std::getline(fields, function, '\t') || std::getline(fields, extra, '\t')) {
+        Row row;
+        if (line.empty() || line[0] == '#') continue;
+        if (!(fields >> row.position >> row.script >> row.function) || fields >> extra) {
             *error = "malformed line: " + line;
             return {};
         }
-        rows.push_back({std::stoul(position), script, function});
+        rows.push_back(row);
     }
     return rows;
 }

@@ -99,17 +99,6 @@ TEST_F(PkgFileNodes, SelectionByTypeCodeAndDestinationAndCapacity) {
     EXPECT_STREQ(nodes[0].szFileName, "b");
 }
 
-TEST_F(PkgFileNodes, ElementTextsMustFitTheirBuffers) {
-    Write("");
-    char out[3];
-    EXPECT_EQ(RPM_ParseXmlElementNodeValue_HOOK(path.c_str(), "NeType", out, sizeof(out)), 0u);
-    EXPECT_STREQ(out, "NE");
-    EXPECT_NE(RPM_ParseXmlElementNodeValue_HOOK(path.c_str(), "NeType", out, 2), 0u);
-    EXPECT_NE(RPM_ParseXmlElementNodeValue_HOOK(path.c_str(), "Missing", out, sizeof(out)), 0u);
-    EXPECT_EQ(RPM_ParseXmlElementNodeValueByPath_HOOK(path.c_str(), "Product/NeType", out, sizeof(out)), 0u);
-    EXPECT_NE(RPM_ParseXmlElementNodeValueByPath_HOOK(path.c_str(), "Other/NeType", out, sizeof(out)), 0u);
-}
-
 TEST(PkgPaths, StandardDirectoryForm) {
     char path[16] = "a\\\\b//c";
     ASSERT_EQ(RPM_ChgPath2Standad(path, sizeof(path)), 0u);
