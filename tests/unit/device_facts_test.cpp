@@ -179,12 +179,13 @@ std::string Format(const char *text, size_t size = 64) {
 }
 
 TEST(StampText, ConversionsPrintAsIfGivenZeroOrEmpty) {
-    EXPECT_EQ(Format("plain"), "plain");
-    EXPECT_EQ(Format("%d|%5d|%-3u|%x|%#o|%lld|%hhx"), "0|    0|0  |0|0|0|0");
-    EXPECT_EQ(Format("[%s][%4s][%.2s]"), "[][    ][]");
-    EXPECT_EQ(Format("%p %f %.1e %g"), "(nil) 0.000000 0.0e+00 0");
-    EXPECT_EQ(Format("%*d|%.*f|%-*s|"), "0|0||");
-    EXPECT_EQ(Format("100%%"), "100%");
+    for (auto [text, printed] : {std::pair{"plain", "plain"},
+                                 {"%d|%5d|%-3u|%x|%#o|%lld|%hhx", "0|    0|0  |0|0|0|0"},
+                                 {"[%s][%4s][%.2s]", "[][    ][]"},
+                                 {"%p %f %.1e %g", "(nil) 0.000000 0.0e+00 0"},
+                                 {"%*d|%.*f|%-*s|", "0|0||"},
+                                 {"100%%", "100%"}})
+        EXPECT_EQ(Format(text), printed) << text;
 }
 
 TEST(StampText, NothingIsStoredAndOddTextStands) {
