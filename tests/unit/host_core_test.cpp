@@ -75,14 +75,8 @@ TEST(HostSync, SemaphoreCountsAndTimesOut) {
     EXPECT_EQ(NUK_SemaCreate("big", 0x80000000u, 0, &s), 1u);
 }
 
-TEST(HostSync, InjectedFailuresSkipThenFailThenRecover) {
-    uint32_t m = 0;
-    ASSERT_EQ(NUK_MutexInit(&m, 0), 0u);
-    zakhost::inject("NUK_MutexLock", 0x55, 1, 2);
-    EXPECT_EQ(NUK_MutexLock(m) | NUK_MutexUnlock(m), 0u); // skipped
-    EXPECT_EQ(NUK_MutexLock(m), 0x55u);
-    EXPECT_EQ(NUK_MutexLock(m), 0x55u);
-    EXPECT_EQ(NUK_MutexLock(m) | NUK_MutexUnlock(m), 0u); // the injection is used up
+// (Skips and counts of injections are what every script-level failure test relies on.)
+TEST(HostSync, AnInjectedZeroFromSemaphoreCreationIsAFailure) {
     zakhost::inject("NUK_SemaCreate", 0, 0, 5);
     uint32_t s = 0;
     EXPECT_EQ(NUK_SemaCreate("x", 1, 0, &s), 1u); // result 0 reads as the general failure
