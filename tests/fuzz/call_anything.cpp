@@ -15,7 +15,6 @@
 #include <unistd.h>
 
 #include <algorithm>
-#include <chrono>
 #include <cmath>
 #include <cstdio>
 #include <cstdlib>
@@ -38,36 +37,16 @@ int luaopen_libqavluacommon(lua_State *state);
 namespace qavfuzz {
 namespace {
 
-const lua_Integer kIntegers[] = {0,
-                                 -1,
-                                 1,
-                                 2,
-                                 7,
-                                 100,
-                                 255,
-                                 65535,
-                                 2147483647LL,
-                                 2147483648LL,
-                                 -2147483648LL,
-                                 4294967295LL,
-                                 4294967296LL,
-                                 9007199254740993LL,
-                                 std::numeric_limits<lua_Integer>::max(),
-                                 std::numeric_limits<lua_Integer>::min(),
-                                 41000,
-                                 1970,
-                                 2038,
-                                 12,
-                                 31,
-                                 24,
-                                 60,
-                                 999,
-                                 0x29371B3C,
-                                 -5};
+// clang-format off
+const lua_Integer kIntegers[] = {
+    0, -1, 1, 2, 7, 100, 255, 65535, 2147483647LL, 2147483648LL, -2147483648LL, 4294967295LL, 4294967296LL,
+    9007199254740993LL, std::numeric_limits<lua_Integer>::max(), std::numeric_limits<lua_Integer>::min(),
+    41000, 1970, 2038, 12, 31, 24, 60, 999, 0x29371B3C, -5,
+};
 
-const double kFloats[] = {0.5,     -0.5,         std::nan(""), -std::nan(""), HUGE_VAL, -HUGE_VAL, 1e300,
-                          -1e300,  4294967296.5, 2147483648.0, -2147483649.0, -0.0,     1e-310,    9.3e18,
-                          -9.3e18, 3.0};
+const double kFloats[] = {0.5, -0.5, std::nan(""), -std::nan(""), HUGE_VAL, -HUGE_VAL, 1e300, -1e300,
+                          4294967296.5, 2147483648.0, -2147483649.0, -0.0, 1e-310, 9.3e18, -9.3e18, 3.0};
+// clang-format on
 
 std::string Repeat(char c, size_t n) {
     return std::string(n, c);
@@ -76,149 +55,37 @@ std::string Repeat(char c, size_t n) {
 // Words that the functions treat specially, paths inside the work directory, file modes, lock
 // and semaphore names, format directives and long or binary texts.
 const std::vector<std::string> &Words() {
+    // clang-format off
     static const std::vector<std::string> words = {
-        "",
-        "work",
-        "work/f.txt",
-        "work/dir",
-        "work/dir/g.txt",
-        "work/empty",
-        "work/new",
-        "work/new/deeper/still",
-        "work/link",
-        "work/f.txt.copy",
-        "f.txt",
-        "g.txt",
-        "../data/zakcfg.ini",
-        "../data",
-        "vercfg.xml",
-        "r",
-        "w",
-        "a",
-        "rb",
-        "wb",
-        "r+",
-        "a+",
-        "w+",
-        "set",
-        "cur",
-        "end",
-        "%s%n%d%x%p%s%s%s%s%s",
-        "%n%n%n%n",
-        "%99999999d",
-        "%.2147483647s",
-        "%ls%c%hhn",
-        Repeat('A', 255),
-        Repeat('B', 256),
-        Repeat('C', 1024),
-        Repeat('D', 4097),
-        "work" + Repeat('/', 300) + "f.txt",
-        Repeat('E', 70000),
-        std::string("\0\x01\xFF\x80\0tail", 10),
-        std::string("a\0b", 3),
-        "\xC3\xA9\xE2\x82\xAC\xF0\x9F\x98\x80",
-        "0",
-        "-1",
-        "1",
-        "4294967295",
-        "0x1F",
-        "1e400",
-        "nan",
-        "V100R001C00SPC100",
-        "V1.0.0",
-        "1.0.0",
-        "cpu",
-        "CPU",
-        "MPU",
-        "root",
-        "user",
-        "guest",
-        "patlocksema",
-        "tpmreportsema",
-        "ntpucastsema",
-        "lock1",
-        "UTC",
-        "DST",
-        "Asia/Shanghai",
-        "GMT+08:00",
-        "2026-11-22 02:00:00",
-        "year",
-        "date",
-        "fid",
-        "value",
-        "true",
-        "nil",
-        "work/f.txt,work/dir",
-        "1;2;3",
-        "a b c",
-        "\n\r\t",
+        "", "work", "work/f.txt", "work/dir", "work/dir/g.txt", "work/empty", "work/new",
+        "work/new/deeper/still", "work/link", "work/f.txt.copy", "f.txt", "g.txt", "../data/zakcfg.ini",
+        "../data", "vercfg.xml", "r", "w", "a", "rb", "wb", "r+", "a+", "w+", "set", "cur", "end",
+        "%s%n%d%x%p%s%s%s%s%s", "%n%n%n%n", "%99999999d", "%.2147483647s", "%ls%c%hhn", Repeat('A', 255),
+        Repeat('B', 256), Repeat('C', 1024), Repeat('D', 4097), "work" + Repeat('/', 300) + "f.txt",
+        Repeat('E', 70000), std::string("\0\x01\xFF\x80\0tail", 10), std::string("a\0b", 3),
+        "\xC3\xA9\xE2\x82\xAC\xF0\x9F\x98\x80", "0", "-1", "1", "4294967295", "0x1F", "1e400", "nan",
+        "V100R001C00SPC100", "V1.0.0", "1.0.0", "cpu", "CPU", "MPU", "root", "user", "guest",
+        "patlocksema", "tpmreportsema", "ntpucastsema", "lock1", "UTC", "DST", "Asia/Shanghai",
+        "GMT+08:00", "2026-11-22 02:00:00", "year", "date", "fid", "value", "true", "nil",
+        "work/f.txt,work/dir", "1;2;3", "a b c", "\n\r\t",
     };
+    // clang-format on
     return words;
 }
 
 // Keys the functions read from table arguments.
+// clang-format off
 const char *const kKeys[] = {
-    "year",
-    "month",
-    "date",
-    "day",
-    "hour",
-    "minute",
-    "second",
-    "week",
-    "millSec",
-    "uSecond",
-    "fid",
-    "value",
-    "path",
-    "time",
-    "startTime",
-    "curTime",
-    "timeFlag",
-    "startFlag",
-    "slotId",
-    "isDstEnabled",
-    "funcName",
-    "compName",
-    "userID",
-    "userLevel",
-    "userGroup",
-    "userLrID",
-    "userVrID",
-    "startWeekNum",
-    "startWeekDay",
-    "startMonth",
-    "endWeekNum",
-    "endWeekDay",
-    "endMonth",
-    "startDay",
-    "endDay",
-    "lrId",
-    "dstName",
-    "dstOffset",
-    "timeZoneName",
-    "timeZoneOffset",
-    "type",
-    "cid",
-    "oper",
-    "option",
-    "record",
-    "sessionId",
-    "errorCode",
-    "detailType",
-    "policyDeliverType",
-    "usBoardID",
-    "usChassisID",
-    "usShelfID",
-    "usCpuID",
-    "uiBoardHardType",
-    "startYear",
-    "endYear",
-    "startDate",
-    "endDate",
-    "needRefresh",
+    "year", "month", "date", "day", "hour", "minute", "second", "week", "millSec", "uSecond", "fid",
+    "value", "path", "time", "startTime", "curTime", "timeFlag", "startFlag", "slotId", "isDstEnabled",
+    "funcName", "compName", "userID", "userLevel", "userGroup", "userLrID", "userVrID", "startWeekNum",
+    "startWeekDay", "startMonth", "endWeekNum", "endWeekDay", "endMonth", "startDay", "endDay", "lrId",
+    "dstName", "dstOffset", "timeZoneName", "timeZoneOffset", "type", "cid", "oper", "option", "record",
+    "sessionId", "errorCode", "detailType", "policyDeliverType", "usBoardID", "usChassisID", "usShelfID",
+    "usCpuID", "uiBoardHardType", "startYear", "endYear", "startDate", "endDate", "needRefresh",
     "operAllow",
 };
+// clang-format on
 
 struct Reader {
     const uint8_t *data;
@@ -396,39 +263,25 @@ bool Listed(const char *script, std::initializer_list<const char *> names) {
 // Functions whose result count is deliberately not a count of what they pushed on some paths;
 // the engine's dispatcher clamps a count beyond the stack to the stack height.
 bool MayReturnBadCount(const char *script) {
-    return Listed(script, {
-                              // a wrong argument count returns 0xFFFFFFFF as the count itself
-                              "qav_spt_SysLocalTimeGet",
-                              "qav_ResetBoardForNpuModeSwitch",
-                              // a time key that is not a number returns 0x801707 as the count
-                              "qav_spt_SysGmt2LocalTimeByTzDst",
-                              "qav_GetAppointmentTimeOffset",
-                              // the register setters push nothing and declare 3 or 2 results
-                              "qav_SU_SetRstRollbackTimerLock",
-                              "qav_SU_SetUpgradeLockTime",
-                              "qav_SU_SetUpgradeState",
-                          });
+    // A wrong argument count returns 0xFFFFFFFF as the count itself (the first two); a time key that
+    // is not a number returns 0x801707 (the next two); the register setters push nothing and
+    // declare 3 or 2 results.
+    return Listed(script,
+                  {"qav_spt_SysLocalTimeGet", "qav_ResetBoardForNpuModeSwitch",
+                   "qav_spt_SysGmt2LocalTimeByTzDst", "qav_GetAppointmentTimeOffset",
+                   "qav_SU_SetRstRollbackTimerLock", "qav_SU_SetUpgradeLockTime", "qav_SU_SetUpgradeState"});
 }
 
 // Functions that leave the table values they read below their results (the engine takes only
 // the top results, so scripts never see them).
 bool MayLeaveReadValues(const char *script) {
-    return Listed(script, {
-                              // the time-record readers do not pop the fields they fetch
-                              "qav_spt_SysLocalTime2Gmt",
-                              "qav_spt_SysGmt2LocalTime",
-                              "qav_spt_SysLocalTime2GmtByTzDst",
-                              "qav_trap_UTCclockchange",
-                              "qav_trap_sysreload",
-                              "qav_spt_SysGmt2LocalTimeByTzDst",
-                              "qav_GetAppointmentTimeOffset",
-                              "qav_systimerelseccal",
-                              "qav_systimereldaycal",
-                              "qav_SystimeCompare",
-                              "qav_SystimeAddMilliSeconds",
-                              // the startTime text and the unused "traceback" field stay
-                              "qav_set_pat_lock_info",
-                          });
+    // The time-record readers do not pop the fields they fetch; of the pat lock-info setter the
+    // startTime text and the unused "traceback" field stay.
+    return Listed(script,
+                  {"qav_spt_SysLocalTime2Gmt", "qav_spt_SysGmt2LocalTime", "qav_spt_SysLocalTime2GmtByTzDst",
+                   "qav_trap_UTCclockchange", "qav_trap_sysreload", "qav_spt_SysGmt2LocalTimeByTzDst",
+                   "qav_GetAppointmentTimeOffset", "qav_systimerelseccal", "qav_systimereldaycal",
+                   "qav_SystimeCompare", "qav_SystimeAddMilliSeconds", "qav_set_pat_lock_info"});
 }
 // Even those stay within this many values above their arguments.
 constexpr int kMostLeftValues = 40;
@@ -638,13 +491,7 @@ void RunInput(const uint8_t *data, size_t size) {
         // timed-out slice is injected so the take-over path runs at once. A free lock just
         // waits again and gets it.
         zakhost::inject("NUK_SemaP", 1, 0, 1);
-        auto started = std::chrono::steady_clock::now();
         int status = lua_pcall(L, count, LUA_MULTRET, 0);
-        auto took = std::chrono::steady_clock::now() - started;
-        if (took > std::chrono::milliseconds(200) && std::getenv("QAVFUZZ_COLLECT") != nullptr)
-            std::fprintf(
-                stderr, "slow call: %s with %d arguments: %lld ms\n", entry.name, count,
-                static_cast<long long>(std::chrono::duration_cast<std::chrono::milliseconds>(took).count()));
         zakhost::inject("NUK_SemaP", 0, 0, 0);
         CheckStandardDescriptors(entry.name);
         // Running out of memory is the allocator's limit, not the function's fault: the runners

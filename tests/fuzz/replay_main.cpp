@@ -70,19 +70,12 @@ uint16_t At(const char *script) {
     return static_cast<uint16_t>(position);
 }
 
-Bytes Word(uint8_t index) {
-    return {qavfuzz::kWord, index};
-}
-Bytes Int(uint8_t index) {
-    return {qavfuzz::kInteger, index};
-}
-Bytes Earlier(uint8_t index) {
-    return {qavfuzz::kEarlierResult, index};
-}
-
 // The seeds: per function a call with a mixed argument list, plus chains where one call uses
 // what the previous one returned (file handles, directory streams, named locks).
 std::vector<Bytes> Seeds() {
+    auto Word = [](uint8_t index) { return Bytes{qavfuzz::kWord, index}; };
+    auto Int = [](uint8_t index) { return Bytes{qavfuzz::kInteger, index}; };
+    auto Earlier = [](uint8_t index) { return Bytes{qavfuzz::kEarlierResult, index}; };
     std::vector<Bytes> seeds;
     for (size_t f = 0; f < qavfuzz::FunctionCount(); ++f) {
         uint8_t salt = static_cast<uint8_t>(f);

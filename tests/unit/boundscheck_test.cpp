@@ -33,11 +33,15 @@ TEST(BoundsCheckCopy, CountLimitsTheSourceNotTheDestination) {
     EXPECT_STREQ(buf, "abcdefg");
     EXPECT_EQ(strncpy_s(buf, sizeof buf, "abc", 0), EOK);
     EXPECT_STREQ(buf, "");
+    EXPECT_EQ(strncpy_s(buf, sizeof buf, "abc", SECUREC_STRING_MAX_LEN), EOK); // the largest count
 }
 
 TEST(BoundsCheckCopy, OverlapIsRefused) {
     char buf[16] = "abcdef";
     EXPECT_EQ(strcpy_s(buf + 2, 10, buf), EOVERLAP_AND_RESET);
+    std::strcpy(buf, "ab");
+    EXPECT_EQ(strcpy_s(buf + 3, 10, buf), EOK); // adjacent, not overlapping, either way round
+    EXPECT_EQ(strcpy_s(buf, 3, buf + 3), EOK);
     char mem[8] = "1234567";
     EXPECT_EQ(memcpy_s(mem + 1, 7, mem, 4), EOVERLAP_AND_RESET);
     EXPECT_EQ(mem[1], '\0');
@@ -89,6 +93,7 @@ TEST(BoundsCheckFormat, CountAtOrAboveSizeResetsOnOverflow) {
     EXPECT_EQ(snprintf_s(buf, sizeof buf, sizeof buf, "%s", "1234567"), 7);
     EXPECT_EQ(snprintf_s(buf, sizeof buf, sizeof buf, "%s", "12345678"), -1);
     EXPECT_STREQ(buf, "");
+    EXPECT_EQ(sprintf_s(buf, sizeof buf, "%s", ""), 0);
     EXPECT_EQ(sprintf_s(buf, sizeof buf, "%d-%d", 12, 34), 5);
     EXPECT_STREQ(buf, "12-34");
     EXPECT_EQ(sprintf_s(buf, sizeof buf, "%s", "too long!"), -1);

@@ -156,8 +156,9 @@ TEST_F(ScriptStack, TableOperationsOnNonTablesDoNothingHarmful) {
     SYSDT_SPTI_SetField(L, 1, "x"); // pops the value, stores nothing
     EXPECT_EQ(lua_gettop(L), 2);
     SYSDT_SPTI_PushUInt(L, 1);
-    SYSDT_SPTI_GetTable(L, 1);
+    SYSDT_SPTI_GetTable(L, 1); // the key is replaced by nil
     EXPECT_TRUE(lua_isnil(L, -1));
+    EXPECT_EQ(lua_gettop(L), 3);
     lua_settop(L, 1);
     SYSDT_SPTI_CreateTable(L, 0, 0);
     SYSDT_SPTI_PushNil(L);

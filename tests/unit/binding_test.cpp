@@ -1,6 +1,7 @@
 // The registry against the reference table kept in tests/data/registry_table.tsv: every position,
 // script name and entry function, both in the constant registry and in the module table a script
-// state receives.
+// state receives; and the argument check every entry function uses: the count and one type
+// letter per argument.
 #include <dlfcn.h>
 #include <gtest/gtest.h>
 
@@ -17,6 +18,7 @@ int luaopen_libqavluacommon(lua_State *state);
 }
 
 #include "binding/registry.h"
+#include "binding/script_frame.h"
 #include "host.h"
 
 namespace {
@@ -31,21 +33,16 @@ struct Row {
 std::vector<Row> ReadTable(const std::string &path, std::string *error) {
     std::vector<Row> rows;
     std::ifstream in(path);
-    if (!in) {
-        *error = "cannot open " + path;
-        return rows;
-    }
-    std::string line;
-    while (std::getline(in, line)) {
-        if (line.empty() || line[0] == '#') continue;
+    if (!in) *error = "cannot open " + path;
+    for (std::string line, extra; std::getline(in, line);) {
         std::istringstream fields(line);
-        std::string position, script, function, extra;
-        if (!std::getline(fields, position, '\t') || !std::getline(fields, script, '\t') ||
-            !std::getline(fields, function, '\t') || std::getline(fields, extra, '\t')) {
+        Row row;
+        if (line.empty() || line[0] == '#') continue;
+        if (!(fields >> row.position >> row.script >> row.function) || fields >> extra) {
             *error = "malformed line: " + line;
             return {};
         }
-        rows.push_back({std::stoul(position), script, function});
+        rows.push_back(row);
     }
     return rows;
 }
@@ -107,6 +104,54 @@ TEST_F(RegistryTable, ModuleTableResolvesEveryNameToItsFunction) {
             << script;
         lua_pop(L, 1);
     }
+    lua_close(L);
+}
+
+TEST(BindingArgs, TypeStringChecksCountAndEveryType) {
+    struct Case {
+        const char *arguments; // a Lua expression list
+        const char *types;
+        bool match;
+    } cases[] = {
+        {"", "", true},
+        {"1", "", false},
+        {"1, 'a', 'b'", "nss", true},
+        {"1, 'a'", "nss", false},
+        {"1, 'a', 'b', 2", "nss", false},
+        {"1, {}, 'b'", "nss", false},
+        {"'7'", "n", true},
+        {"7", "s", true},
+        {"true", "s", false},
+        {"{}, true", "tb", true},
+        {"1, false", "tb", false},
+        {"3", "u", true},
+        {"-3", "u", false},
+        {"2.5", "u", false},
+        {"nil, {}, 'x'", "...", true},
+        {"nil, {}", "...", false},
+        {"1", "x", false},
+    };
+    for (const Case &c : cases) {
+        lua_State *L = luaL_newstate();
+        std::string chunk = std::string("return ") + c.arguments;
+        ASSERT_EQ(luaL_loadstring(L, chunk.c_str()), 0);
+        ASSERT_EQ(lua_pcall(L, 0, LUA_MULTRET, 0), 0);
+        EXPECT_EQ(qav::ArgsMatch(L, c.types), c.match) << c.arguments << " as \"" << c.types << '"';
+        lua_close(L);
+    }
+}
+
+TEST(BindingArgs, TextArgumentCopiesOnlyWhatFits) {
+    lua_State *L = luaL_newstate();
+    lua_pushstring(L, "abcd");
+    lua_pushboolean(L, 1);
+    char fits[5] = {};
+    char tooSmall[4] = {};
+    EXPECT_TRUE(qav::CopyTextArg(L, 1, fits, "test", __LINE__));
+    EXPECT_STREQ(fits, "abcd");
+    EXPECT_FALSE(qav::CopyTextArg(L, 1, tooSmall, "test", __LINE__));
+    EXPECT_FALSE(qav::CopyTextArg(L, 2, fits, "test", __LINE__));
+    EXPECT_EQ(qav::TextArg(L, 2), nullptr);
     lua_close(L);
 }
 

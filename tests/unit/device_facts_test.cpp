@@ -1,0 +1,208 @@
+// The exported hardware table filler, the process request record, and node facts other areas
+// use: the running product type and the NPS disk configuration check; a script's stamp text read
+// as a format without reading any argument.
+#include <gtest/gtest.h>
+
+#include <sys/stat.h>
+
+#include <cstdio>
+#include <cstring>
+#include <fstream>
+#include <string>
+
+extern "C" {
+#include <lauxlib.h>
+#include <lua.h>
+#include <lualib.h>
+}
+
+#include "device/node_info.h"
+#include "device/process_request.h"
+#include "device/stamp_text.h"
+#include "unit_helpers.h"
+
+extern "C" int QAV_GetHardinfo(lua_State *state);
+
+namespace {
+
+class HardInfo : public ::testing::Test {
+  protected:
+    void SetUp() override { state_ = luaL_newstate(); }
+    void TearDown() override {
+        lua_close(state_);
+        zakhost::inject_clear();
+        zakhost::profile_override("board", "mac", std::nullopt);
+    }
+    std::string Field(const char *key) {
+        lua_getfield(state_, 1, key);
+        size_t length = 0;
+        const char *text = lua_tolstring(state_, -1, &length);
+        std::string value = text != nullptr ? std::string(text, length) : "<nil>";
+        lua_pop(state_, 1);
+        return value;
+    }
+    lua_State *state_ = nullptr;
+};
+
+TEST_F(HardInfo, FillsTheTableArgumentInPlace) {
+    zakhost::profile_override("board", "mac", std::string("0a:0b:c"));
+    lua_newtable(state_);
+    ASSERT_EQ(QAV_GetHardinfo(state_), 1);
+    EXPECT_EQ(lua_tointeger(state_, -1), 0);
+    EXPECT_EQ(Field("usShelfID"), "0");
+    EXPECT_EQ(Field("usChassisID"), "1");
+    EXPECT_EQ(Field("usBoardID"), "1");
+    EXPECT_EQ(Field("usCpuID"), "1");
+    EXPECT_EQ(Field("uiBoardHardType"), std::to_string(0x2001));
+    EXPECT_EQ(Field("uiBoardHardExtType"), "0");
+    EXPECT_EQ(Field("uiMacAddrLen"), "3");
+    // all 16 bytes, though only three are meaningful
+    EXPECT_EQ(Field("acMacAddr"), std::string("\x0a\x0b\x0c", 3) + std::string(13, '\0'));
+    EXPECT_EQ(lua_gettop(state_), 2); // the table and the status, nothing else
+}
+
+TEST_F(HardInfo, WrongArgumentsPushInvalidAndSetNothing) {
+    ASSERT_EQ(QAV_GetHardinfo(state_), 1);
+    EXPECT_EQ(lua_tointeger(state_, -1), 0xFFFFFFFF);
+    lua_settop(state_, 0);
+    lua_newtable(state_);
+    lua_newtable(state_);
+    ASSERT_EQ(QAV_GetHardinfo(state_), 1);
+    EXPECT_EQ(lua_tointeger(state_, -1), 0xFFFFFFFF);
+    EXPECT_EQ(Field("usBoardID"), "<nil>");
+    lua_settop(state_, 0);
+    lua_pushstring(state_, "not a table");
+    ASSERT_EQ(QAV_GetHardinfo(state_), 1);
+    EXPECT_EQ(lua_tointeger(state_, -1), 0xFFFFFFFF);
+}
+
+TEST_F(HardInfo, PlatformFailureIsPushedAndTableLeftEmpty) {
+    zakhost::inject("ZAK_GetHard_Info", 9, 0, 1);
+    lua_newtable(state_);
+    ASSERT_EQ(QAV_GetHardinfo(state_), 1);
+    EXPECT_EQ(lua_tointeger(state_, -1), 9);
+    lua_pushnil(state_);
+    EXPECT_EQ(lua_next(state_, 1), 0) << "the table must stay empty";
+}
+
+TEST(ProcessRequest, NameCutTo32Characters) {
+    qav::ProcessRequest request;
+    std::string name(40, 'a');
+    name[31] = 'z';
+    qav::FillProcessRequest(&request, name.c_str(), 7, "/opt/bin/app", "-v");
+    EXPECT_EQ(std::string(request.name), name.substr(0, 32));
+    EXPECT_EQ(request.instanceId, 7u);
+    EXPECT_STREQ(request.path, "/opt/bin/app");
+    EXPECT_STREQ(request.argv, "-v");
+    std::string longest(300, 'p'); // path and arguments keep 255 characters
+    qav::FillProcessRequest(&request, "n", 1, longest.c_str(), longest.c_str());
+    EXPECT_EQ(std::string(request.path) + request.argv, longest.substr(0, 255) + longest.substr(0, 255));
+    qav::FillProcessRequest(&request, "short", 1, nullptr, nullptr);
+    EXPECT_STREQ(request.name, "short");
+    EXPECT_STREQ(request.path, "");
+}
+
+void MakeDirs(const std::string &path) {
+    for (size_t pos = 1; pos != std::string::npos; pos = path.find('/', pos + 1))
+        mkdir(path.substr(0, pos).c_str(), 0755);
+    mkdir(path.c_str(), 0755);
+}
+
+class NodeInfo : public ::testing::Test {
+  protected:
+    void SetUp() override {
+        // these tests write files under the device root: never on the machine itself
+        if (zakhost::root().empty()) GTEST_SKIP() << "run with ZAKHOST_ROOT set to a sandbox (ctest does)";
+        zakhost::log_clear();
+        MakeDirs(zakhost::in_root("/zakv8/main/home"));
+        MakeDirs(zakhost::in_root("/boot"));
+        vercfg_ = zakhost::in_root("/zakv8/main/home/vercfg.xml");
+    }
+    void TearDown() override {
+        zakhost::inject_clear();
+        if (zakhost::root().empty()) return;
+        std::remove(vercfg_.c_str());
+        std::remove(zakhost::in_root("/boot/disk_cfg.ini").c_str());
+    }
+    void WriteVercfg(const std::string &body) { std::ofstream(vercfg_) << body; }
+    std::string vercfg_;
+};
+
+TEST_F(NodeInfo, ProductTypeOfTheRunningVersion) {
+    WriteVercfg("<Product><VNF><ProductType>EDGE-R</ProductType></VNF></Product>");
+    char type[32];
+    std::fill(std::begin(type), std::end(type), 'x');
+    ASSERT_EQ(QAV_GetProductType(type), 0u);
+    EXPECT_STREQ(type, "EDGE-R");
+    EXPECT_EQ(type[31], '\0'); // the whole buffer was cleared first
+}
+
+TEST_F(NodeInfo, RunningVersionFileFromTheProfile) {
+    std::string other = zakhost::in_root("/zakv8/main/home/other.xml");
+    std::ofstream(other) << "<Product><VNF><ProductType>CORE-X</ProductType></VNF></Product>";
+    zakhost::profile_override("rpm", "vercfg_file", std::string("/zakv8/main/home/other.xml"));
+    char type[32];
+    EXPECT_EQ(QAV_GetProductType(type), 0u);
+    EXPECT_STREQ(type, "CORE-X");
+    zakhost::profile_override("rpm", "vercfg_file", std::string(""));
+    EXPECT_EQ(QAV_GetProductType(type), 1u);
+    zakhost::profile_override("rpm", "vercfg_file", std::nullopt);
+    std::remove(other.c_str());
+}
+
+TEST_F(NodeInfo, ProductTypeFailures) {
+    char type[32];
+    EXPECT_EQ(QAV_GetProductType(nullptr), 1u);
+    EXPECT_TRUE(unit::Logged("upgrade", "The input is NULL."));
+
+    WriteVercfg("<Product><VNF/></Product>");
+    EXPECT_EQ(QAV_GetProductType(type), 1u);
+    EXPECT_TRUE(unit::Logged("upgrade", "Get node <Product/VNF/ProductType> value from file(" + vercfg_ +
+                                            ") fail! RetCode:"));
+    zakhost::log_clear();
+    zakhost::inject("RPM_GetVercfgFileName_HOOK", 3, 0, 1);
+    EXPECT_EQ(QAV_GetProductType(type), 1u);
+    EXPECT_TRUE(unit::Logged("upgrade", "The input is NULL."));
+}
+
+TEST_F(NodeInfo, DiskConfigurationMustBeReadable) {
+    EXPECT_NE(QAV_CheckDiskCfgExistence(), 0u);
+    std::ofstream(zakhost::in_root("/boot/disk_cfg.ini")) << "[disk]\nsize=1\n";
+    EXPECT_EQ(QAV_CheckDiskCfgExistence(), 0u);
+}
+
+std::string Format(const char *text, size_t size = 64) {
+    char out[256];
+    size_t length = qav::FormatWithoutArguments(text, out, size);
+    EXPECT_EQ(length, std::string(out).size());
+    return out;
+}
+
+TEST(StampText, ConversionsPrintAsIfGivenZeroOrEmpty) {
+    for (auto [text, printed] : {std::pair{"plain", "plain"},
+                                 {"%d|%5d|%-3u|%x|%#o|%lld|%hhx", "0|    0|0  |0|0|0|0"},
+                                 {"[%s][%4s][%.2s]", "[][    ][]"},
+                                 {"%p %f %.1e %g", "(nil) 0.000000 0.0e+00 0"},
+                                 {"%*d|%.*f|%-*s|", "0|0||"},
+                                 {"100%%", "100%"}})
+        EXPECT_EQ(Format(text), printed) << text;
+}
+
+TEST(StampText, NothingIsStoredAndOddTextStands) {
+    EXPECT_EQ(Format("a%nb%hnc"), "abc");
+    EXPECT_EQ(Format("ends with %"), "ends with %");
+    EXPECT_EQ(Format("%k%y"), "%k%y");
+    EXPECT_EQ(Format("x%cy"), "x") << "a zero character ends the text";
+}
+
+TEST(StampText, OutputIsBounded) {
+    EXPECT_EQ(Format(std::string(100, 'a').c_str()), std::string(63, 'a'));
+    EXPECT_EQ(Format("%100d", 8), std::string(7, ' '));
+    EXPECT_EQ(Format("abc", 1), "");
+    char untouched[4] = "xyz";
+    EXPECT_EQ(qav::FormatWithoutArguments("abc", untouched, 0), 0u);
+    EXPECT_STREQ(untouched, "xyz");
+    EXPECT_EQ(Format(nullptr), "");
+}
+
+} // namespace
