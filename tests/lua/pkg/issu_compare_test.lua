@@ -1,7 +1,7 @@
 -- "issu": comparison of a running and a candidate package description.
 local T = require "testlib"
 local zh = require "zakhost"
-local P = require "pkg_issu.pkgtool"
+local P = require "pkg.pkgtool"
 local m = libqavluacommon
 
 local function issu(a, b)

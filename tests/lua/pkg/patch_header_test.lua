@@ -1,7 +1,7 @@
 -- Patch package header queries over packages built by qavpkg.
 local T = require "testlib"
 local zh = require "zakhost"
-local P = require "pkg_issu.pkgtool"
+local P = require "pkg.pkgtool"
 local m = libqavluacommon
 
 local function call(name, ...)

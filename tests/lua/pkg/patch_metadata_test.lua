@@ -1,7 +1,7 @@
 -- Patch names, custom patch versions, package information, digests, the CRL path and the ISSU log.
 local T = require "testlib"
 local zh = require "zakhost"
-local P = require "pkg_issu.pkgtool"
+local P = require "pkg.pkgtool"
 local m = libqavluacommon
 
 local function call(name, ...)
