@@ -83,17 +83,16 @@ T.case("backslash separators split the xml path like slashes", function()
     end)
 end)
 
-T.case("node counting and reading failures fail the check", function()
+T.case("node counting and reading failures fail the check, logged at level 3", function()
     local dir = F.package({ ["a"] = "1" })
-    zh.inject("RPM_ParseXmlDstTypeCodeFileNodeNum_HOOK", 5)
-    T.eq({ check(dir) }, { 0, "FALSE" })
-    T.has_line(F.patch_log(), "[UPG]call RPM_ParseXmlDstTypeCodeFileNodeNum_HOOK failed! ret = 5")
-    zh.inject("RPM_ParseXmlDstTypeCodeFileNodeInfo_HOOK")
-    T.eq({ check(dir) }, { 0, "FALSE" })
-    T.has_line(F.patch_log(), "[UPG]call RPM_ParseXmlDstTypeCodeFileNodeInfo_HOOK failed!")
-    zh.inject("ZAK_Malloc_F")
-    T.eq({ check(dir) }, { 0, "FALSE" })
-    T.has_line(F.patch_log(), "[UPG]RPM_MALLOC failed!")
+    for _, c in ipairs { { "RPM_ParseXmlDstTypeCodeFileNodeNum_HOOK", 5, "call RPM_ParseXmlDstTypeCodeFileNodeNum_HOOK failed! ret = 5" },
+                         { "RPM_ParseXmlDstTypeCodeFileNodeInfo_HOOK", 1, "call RPM_ParseXmlDstTypeCodeFileNodeInfo_HOOK failed!" },
+                         { "ZAK_Malloc_F", 1, "RPM_MALLOC failed!" } } do
+        local mark = T.mark("patch")
+        zh.inject(c[1], c[2])
+        T.eq({ check(dir) }, { 0, "FALSE" })
+        T.has_line(T.since(mark), " L3 [UPG]" .. c[3])
+    end
     T.eq({ m.qav_RpmGetVersionInfo(string.rep("p", 383), 7) }, { 0, "FALSE" })
 end)
 
