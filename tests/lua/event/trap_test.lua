@@ -30,6 +30,7 @@ T.case("flash sync success and failure: virtual-system records with their info c
         T.eq(e.values, { -3, "flash0:a.cfg", "flash1:a.cfg" })
         T.eq(e.error, nil)
         T.has_line(zh.log_lines("base"), "pcSrcFile = flash0:a.cfg  pcDstFile = flash1:a.cfg.")
+        T.no_line(zh.log_lines("base"), "QAV_EventLog proc fail")
         fresh()
         T.eq(c[1](1, "a", "b"), 5005)
         T.has_line(zh.log_lines("base"), c[3] .. " proc fail. para num = 3")
