@@ -61,6 +61,22 @@ function T.no_line(lines, text, message)
     end
 end
 
+-- A file's bytes (nil when it cannot be opened); writing one (returns the path); a command's output
+-- without its trailing blanks.
+function T.read(path)
+    local f = io.open(path, "rb"); if not f then return nil end
+    local d = f:read("*a"); f:close(); return d
+end
+
+function T.write(path, data)
+    local f = assert(io.open(path, "wb")); f:write(data); f:close(); return path
+end
+
+function T.capture(command)
+    local p = assert(io.popen(command)); local out = p:read("*a"); p:close()
+    return (out:gsub("%s+$", ""))
+end
+
 -- A mark in a log file the runner writes under the sandbox; T.since(mark) gives the lines written
 -- after it as "<id> L<level> <message>" (the time left out).
 function T.mark(log)

@@ -6,12 +6,7 @@ local m = libqavluacommon
 
 local R = zh.root()
 
-local function capture(command)
-    local p = assert(io.popen(command))
-    local out = p:read("*a")
-    p:close()
-    return (out:gsub("%s+$", ""))
-end
+local capture = T.capture
 
 -- Hex cipher text of `plain` under openssl's AES-CBC.
 local function openssl_encrypt(plain, keyHex, ivHex, nopad)

@@ -6,12 +6,7 @@ local m = libqavluacommon
 local R = zh.root()
 local KEY = "Master#Key-for-2024-tests"
 
-local function capture(command)
-    local p = assert(io.popen(command))
-    local out = p:read("*a")
-    p:close()
-    return (out:gsub("%s+$", ""))
-end
+local capture = T.capture
 
 -- The expected hash text: the first 8 bytes of SHA-256 of the key, upper-case hex.
 local function hash_text(key)

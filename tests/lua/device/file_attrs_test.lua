@@ -4,7 +4,7 @@ local zh = require "zakhost"
 local m = libqavluacommon
 
 local function sh(c) local p = io.popen(c .. " 2>&1"); local o = p:read("*a"); p:close(); return (o:gsub("\n$", "")) end
-local function write(path, data) local f = assert(io.open(path, "wb")); f:write(data); f:close() end
+local write = T.write
 
 T.case("size and modification time of a file and of a link itself", function()
     write("sized", string.rep("s", 1234))

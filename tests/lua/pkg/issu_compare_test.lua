@@ -1,7 +1,7 @@
 -- "issu": comparison of a running and a candidate package description.
 local T = require "testlib"
 local zh = require "zakhost"
-local P = require "pkg.pkgtool"
+local P = require "pkg_fixtures"
 local m = libqavluacommon
 
 local function issu(a, b)
@@ -132,9 +132,9 @@ end)
 
 T.case("bad paths and descriptions give the load code and one result", function()
     local good = P.desc("ok.xml", base)
-    local broken = P.write("broken.xml", "<PackageDescription><Entity name='x'>")
-    local noname = P.write("noname.xml", "<PackageDescription><Entity id='1'/></PackageDescription>")
-    local badver = P.write("badver.xml", "<PackageDescription><Entity name='v'><Version>1.x</Version></Entity></PackageDescription>")
+    local broken = P.put("broken.xml", "<PackageDescription><Entity name='x'>")
+    local noname = P.put("noname.xml", "<PackageDescription><Entity id='1'/></PackageDescription>")
+    local badver = P.put("badver.xml", "<PackageDescription><Entity name='v'><Version>1.x</Version></Entity></PackageDescription>")
     zh.log_clear()
     T.eq(issu(good), { n = 1, -1 })
     T.eq(issu(nil, good), { n = 1, -1 })

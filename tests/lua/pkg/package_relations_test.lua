@@ -1,7 +1,7 @@
 -- "rpm_listcpt", "rpm_depend", "rpm_whorequire" over the device's entity database.
 local T = require "testlib"
 local zh = require "zakhost"
-local P = require "pkg.pkgtool"
+local P = require "pkg_fixtures"
 local m = libqavluacommon
 
 -- A new sandbox starts with a sample database.

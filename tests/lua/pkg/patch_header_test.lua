@@ -1,7 +1,7 @@
 -- Patch package header queries over packages built by qavpkg.
 local T = require "testlib"
 local zh = require "zakhost"
-local P = require "pkg.pkgtool"
+local P = require "pkg_fixtures"
 local m = libqavluacommon
 
 local function call(name, ...)
@@ -62,8 +62,8 @@ T.case("pat_gethpglistinpat lists only the hot-patch descriptors", function()
 end)
 
 T.case("pat_gethpglistinpat prints each hot descriptor on standard output", function()
-    local script = P.write("print_hpg.lua", "libqavluacommon.pat_gethpglistinpat(" .. string.format("%q", hot) .. ")\n")
-    local qavlua = P.qavpkg_path:gsub("qavpkg$", "qavlua")
+    local script = P.put("print_hpg.lua", "libqavluacommon.pat_gethpglistinpat(" .. string.format("%q", hot) .. ")\n")
+    local qavlua = P.qavpkg_bin:gsub("qavpkg$", "qavlua")
     local pipe = io.popen(qavlua .. " --root '" .. P.root .. "' " .. script)
     local out = pipe:read("*a")
     pipe:close()
@@ -86,7 +86,7 @@ T.case("pat_calcpatpkgmd5 digests the whole package", function()
 end)
 
 T.case("pat_startuppatchvalid tells bare patch files, packages and broken ones apart", function()
-    local bare = P.write("bare.pat", "a bare patch file")
+    local bare = P.put("bare.pat", "a bare patch file")
     local longer = patch("long2.pat", "--name", "X", "--file-length", "9999")
     local bad = patch("bad.pkg", "--number", "300")
     zh.log_clear()

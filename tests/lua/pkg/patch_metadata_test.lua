@@ -1,7 +1,7 @@
 -- Patch names, custom patch versions, package information, digests, the CRL path and the ISSU log.
 local T = require "testlib"
 local zh = require "zakhost"
-local P = require "pkg.pkgtool"
+local P = require "pkg_fixtures"
 local m = libqavluacommon
 
 local function call(name, ...)
@@ -11,7 +11,7 @@ end
 
 local rinfo = "zakv8/main/pkg_pool/program/current/rpg.rinfo"
 local function write_rinfo(lines)
-    return P.write(rinfo, table.concat(lines, "\n") .. "\n")
+    return P.put(rinfo, table.concat(lines, "\n") .. "\n")
 end
 local function md5sum(path)
     local pipe = io.popen("md5sum " .. path)
@@ -22,8 +22,8 @@ end
 
 os.execute("mkdir -p " .. P.root .. "/zakv8/main/home/patch")
 local patchDir = P.root .. "/zakv8/main/home/patch"
-P.write("zakv8/main/home/patch/MAINV1.00.10P007.pat", "patch")
-P.write("zakv8/main/home/patch/plain", "patch")
+P.put("zakv8/main/home/patch/MAINV1.00.10P007.pat", "patch")
+P.put("zakv8/main/home/patch/plain", "patch")
 
 T.case("rpm_getrealpatfile finds a patch with or without its extension", function()
     T.eq(call("rpm_getrealpatfile", "MAINV1.00.10P007"),
@@ -59,7 +59,7 @@ T.case("package information queries read the running package's file or a named o
         { Name = "MAIN", Version = "V1.00.10", Type = "rpg", Copyright = "(c) Example Networks", Origin = "lab build 7" } })
     T.eq(call("rpm_getcopyrightinfo"), { n = 2, 0, "(c) Example Networks" })
     T.eq(call("rpm_getorigininfo"), { n = 2, 0, "lab build 7" })
-    local other = P.write("other.rinfo", "Name=OTHER\nProduct=box\n")
+    local other = P.put("other.rinfo", "Name=OTHER\nProduct=box\n")
     T.eq(call("rpm_getpkginfo", other), { n = 2, 0, { Name = "OTHER", Product = "box" } })
     T.eq(call("rpm_getcopyrightinfo", other), { n = 1, -3 })
     T.eq(call("rpm_getorigininfo", other), { n = 1, -3 })
@@ -73,9 +73,9 @@ T.case("package information queries read the running package's file or a named o
 end)
 
 T.case("file digests cover whole files and byte ranges", function()
-    local path = P.write("data.bin", string.rep("0123456789", 100))
-    local head = P.write("head.bin", string.rep("0123456789", 10))
-    local tail = P.write("tail.bin", string.rep("0123456789", 50))
+    local path = P.put("data.bin", string.rep("0123456789", 100))
+    local head = P.put("head.bin", string.rep("0123456789", 10))
+    local tail = P.put("tail.bin", string.rep("0123456789", 50))
     T.eq(call("rpm_getfilemd5val", path), { n = 2, 0, md5sum(path) })
     T.eq(call("rpm_getfilemd5val", P.root .. "/none.bin"), { n = 1, -2 })
     T.eq(call("rpm_getfilemd5val", P.root), { n = 1, -2 })

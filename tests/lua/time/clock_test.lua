@@ -7,12 +7,7 @@ local function tm(y, mo, d, h, mi, s, ms, wk)
     return { year = y, month = mo, date = d, hour = h, minute = mi, second = s, millSec = ms or 0, week = wk or 0 }
 end
 
-local function gnu(cmd)
-    local p = io.popen(cmd)
-    local out = p:read("*a")
-    p:close()
-    return out
-end
+local gnu = T.capture
 
 T.case("local and GMT getters fill the record keys and agree under the default UTC zone", function()
     local loc, gmt = {}, {}
