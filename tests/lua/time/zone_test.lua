@@ -181,12 +181,17 @@ T.case("rules the platform cannot follow are refused with 22", function()
         rule { type = 0, startDate = { year = 2024, month = 9, day = 1 }, endDate = { year = 2024, month = 6, day = 1 } },
         rule { type = 9 },
         rule { RepeatMode = 3 },
+        rule { startMonth = 3, startWeekNum = 1, endMonth = 10, endWeekNum = 5, startTime = { hour = 2, minute = 60 } },
+        rule { startMonth = 3, startWeekNum = 1, endMonth = 10, endWeekNum = 5, dstOffset = { hour = 24, minute = 0 } },
     }
     for i, r in ipairs(bad) do
         T.eq(T.results(m.qav_spt_SysGmt2LocalTimeByTzDst(tm(2024, 1, 1, 0, 0), cet, r, {})), { n = 2, 22, false }, "rule " .. i)
         T.eq(m.qav_spt_SetTzDstCfg(cet, r), 22, "rule " .. i)
     end
-    T.eq(m.qav_spt_SetTzDstCfg(zone("X", false, 24), rule { isDstEnabled = false }), 22)
+    for _, z in ipairs { { 24, 0, 0, 22 }, { 0, 60, 0, 22 }, { 0, 0, 60, 22 }, { 23, 59, 59, 0 } } do
+        T.eq(m.qav_spt_SetTzDstCfg(zone("X", false, z[1], z[2], z[3]), rule { isDstEnabled = false }), z[4], z[1] .. ":" .. z[2])
+    end
+    T.eq(m.qav_spt_SetTzDstCfg(zone("UTC", false, 0), rule { isDstEnabled = false }), 0)
 end)
 
 T.case("record readers: missing sub-tables stay zero, isDstEnabled must be a boolean, 32-character names", function()
