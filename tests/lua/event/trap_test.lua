@@ -259,6 +259,12 @@ T.case("slave switchover success: filtered for the local chassis within a second
     T.has_line(zh.log_lines("base"), "QAV_GetCidByBaseCompAddr proc fail. uiRet = 40")
     -- the failed call set no stamp: the next one in the same second passes
     T.eq(m.qav_trap_slvswitchsuccess(local_chassis, "CH1", "a", "b"), 0)
+    T.at_boundary(function()
+        zh.clock_advance(2)
+        T.eq(m.qav_trap_slvswitchsuccess(local_chassis, "CH1", "a", "b"), 0)
+        zh.clock_advance(1)
+        T.eq(m.qav_trap_slvswitchsuccess(local_chassis, "CH1", "b", "a"), 5005, "one second later is still filtered")
+    end)
 end)
 
 T.case("slave switchover failure has no filter", function()
