@@ -74,7 +74,7 @@ T.case("VNF, VNFC and NE identity from the profile", function()
     T.eq(T.results(m.qav_GetCurVNFCInfo()), { n = 4, 0, "vnfc-inst-0001", "vnfc0001", "OMU" })
     T.eq(T.results(m.qav_GetCurNEInfo()), { n = 3, 0, "ne-0001", "NE0001" })
     -- a text longer than 31 characters does not fit the 32-byte buffers
-    zh.profile_set("vnf", "version", string.rep("v", 40))
+    zh.profile_set("vnf", "version", string.rep("v", 32))
     T.eq(T.results(m.qav_GetCurVNFInfo()), { n = 5, 1, "", "", "", "" })
     T.has_line(zh.log_lines("diag"), "RPM_GetVNFInfo_HOOK fail! RetCode:2.")
     zh.profile_set("vnf", "version", nil)
@@ -94,10 +94,11 @@ T.case("every deployment fact follows its profile key", function()
         { "vnf", "instance_id" }, { "vnf", "name" }, { "vnf", "vnfd_id" }, { "vnf", "version" },
         { "vnfc", "instance_id" }, { "vnfc", "name" }, { "vnfc", "type" }, { "ne", "id" }, { "ne", "name" },
     }
-    for i, k in ipairs(keys) do zh.profile_set(k[1], k[2], "fact" .. i) end
-    T.eq(T.results(m.qav_GetCurVNFInfo()), { n = 5, 0, "fact1", "fact2", "fact3", "fact4" })
-    T.eq(T.results(m.qav_GetCurVNFCInfo()), { n = 4, 0, "fact5", "fact6", "fact7" })
-    T.eq(T.results(m.qav_GetCurNEInfo()), { n = 3, 0, "fact8", "fact9" })
+    local function f(i) return "fact" .. i .. string.rep("x", 26) end -- 31 characters: the most a buffer holds
+    for i, k in ipairs(keys) do zh.profile_set(k[1], k[2], f(i)) end
+    T.eq(T.results(m.qav_GetCurVNFInfo()), { n = 5, 0, f(1), f(2), f(3), f(4) })
+    T.eq(T.results(m.qav_GetCurVNFCInfo()), { n = 4, 0, f(5), f(6), f(7) })
+    T.eq(T.results(m.qav_GetCurNEInfo()), { n = 3, 0, f(8), f(9) })
     for _, k in ipairs(keys) do zh.profile_set(k[1], k[2], nil) end
     T.eq(T.results(m.qav_GetCurNEInfo()), { n = 3, 0, "ne-0001", "NE0001" })
 end)
