@@ -111,7 +111,11 @@ T.case("download init is not guarded against a second call, patch-debug init is"
     zh.inject("NUK_SemaCreate", 1)
     T.eq(m.qav_download_lock_init(), FAIL)
     zh.inject()
+    m.qav_set_download_lock_info { sessionId = 5, startTime = 6 }
     T.eq(m.qav_download_lock_init(), 0)
+    local info = {}
+    m.qav_query_download_lock_info(info)
+    T.eq(info, { sessionId = 0, startTime = 0 }, "an init clears the info")
     T.eq(m.qav_nv_patch_lock_init(), 0)
 end)
 
