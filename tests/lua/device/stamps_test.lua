@@ -78,6 +78,7 @@ T.case("bad stamp calls free what they made and record nothing", function()
     local sixteen = {}
     for i = 1, 16 do sixteen[i] = i end
     T.eq(m.qav_ZAK_StartupStampAddExt(0, 0, 0, 0, 0, 0, table.unpack(sixteen)), 0, "22 arguments")
+    T.eq({ last_stamp().item_count, #last_stamp().items, last_stamp().items[16].value }, { 16, 16, 16 }, "a full stamp")
     T.eq(T.results(m.qav_ZAK_StartupStampAddExt(0, 0, 0, 0, 0, 0, 17, table.unpack(sixteen))), { n = 1, 0xFFFFFFFF })
     T.eq(m.qav_ZAK_StartupStampAddExt(0, 0, 0, 0, 0), 0xFFFFFFFF)
     T.eq(m.qav_ZAK_StartupStampAddExt(0, 0, 0, 0, 0, 0, 1, true), 0xFFFFFFFF)
