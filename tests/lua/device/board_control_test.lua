@@ -122,6 +122,7 @@ T.case("component states of a board from the default database", function()
     T.eq(T.results(m.qav_GetSemlsStateByOsnode("2/2")), { n = 2, 0, {} }, "no node in chassis 2")
     local before = zh.memory().blocks
     T.eq(T.results(m.qav_GetSemlsStateByOsnode("9")), { n = 2, 0, {} })
+    T.eq(T.results(m.qav_GetSemlsStateByOsnode("4294967295")), { n = 2, 0, {} }, "the largest board number")
     T.eq(T.results(m.qav_GetSemlsStateByOsnode("2")), { n = 2, 0, board2 })
     T.eq(zh.memory().blocks, before, "both buffers freed")
 end)
