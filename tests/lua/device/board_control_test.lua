@@ -18,6 +18,8 @@ T.case("hardware type from the board record and the package manager's record", f
     zh.profile_set("board", "inner_hard_type", "0x9999")
     T.eq(T.results(m.qav_ZAK_GetHardType()), { n = 2, 0, 0x3005 })
     T.eq(T.results(m.qav_ZAK_GetHardType_Inner()), { n = 2, 0, 0x9999 })
+    zh.profile_set("board", "hard_type", "0x3005 x")
+    T.eq(select(2, m.qav_ZAK_GetHardType()), 0, "a number with trailing text is no number")
     -- the type is pushed even on failure, then 0 from the zeroed record
     zh.inject("ZAK_GetHard_Info", 6)
     T.eq(T.results(m.qav_ZAK_GetHardType()), { n = 2, 6, 0 })
