@@ -53,6 +53,11 @@ function T.has_line(lines, text, message)
     fail((message and message .. ": " or "") .. "no line contains " .. show(text) .. " in " .. show(lines))
 end
 
+-- T.has_line for each text of `texts`.
+function T.has_lines(lines, texts)
+    for _, text in ipairs(texts) do T.has_line(lines, text) end
+end
+
 function T.no_line(lines, text, message)
     for _, line in ipairs(lines) do
         if string.find(line, text, 1, true) then

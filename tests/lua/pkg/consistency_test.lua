@@ -56,10 +56,8 @@ T.case("module check: application type and version lengths", function()
 end)
 
 T.case("bad arguments give 1", function()
-    T.eq(T.results(m.qav_CheckInfoFromXml(good)), { n = 1, 1 })
-    T.has_line(F.patch_log(), "Format path ParaNum 1 wrong.")
-    T.eq(m.qav_CheckModInfoFromXml({}, true), 1)
-    T.has_line(F.patch_log(), "String param is null.")
+    T.eq({ T.results(m.qav_CheckInfoFromXml(good)), m.qav_CheckModInfoFromXml({}, true) }, { { n = 1, 1 }, 1 })
+    T.has_lines(F.patch_log(), { "Format path ParaNum 1 wrong.", "String param is null." })
 end)
 
 T.case("software count of the package's own version type", function()
