@@ -130,9 +130,7 @@ T.case("shell metacharacters in the new password reach the tool intact and run n
     local r = T.results(m.qav_VerifyAndSetGuestOSKey("guest", OLD, password))
     T.eq(r[1], 0)
     T.ok(verifies(password, r[2]), "the hash is of the password as given")
-    T.eq(read(marker), nil)
-    T.eq(read(marker .. "2"), nil)
-    T.eq(read(marker .. "3"), nil)
+    T.eq({ read(marker), read(marker .. "2"), (read(marker .. "3")) }, { nil, nil, nil })
     cleanedUp()
 end)
 

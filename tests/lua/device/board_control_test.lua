@@ -69,8 +69,7 @@ T.case("board reset for an NPU mode switch is traced and recorded, never carried
     T.has_line(zh.log_lines("diag"), "Reset Board by NPU switch mode 0x3)")
     -- a wrong count reports 0xFFFFFFFF results without pushing; the engine takes the stack
     T.eq(T.results(m.qav_ResetBoardForNpuModeSwitch(1, 2)), { n = 2, 1, 2 })
-    T.eq(zh.board_resets(true), { 3 })
-    T.eq(zh.board_resets(), {})
+    T.eq({ zh.board_resets(true), (zh.board_resets()) }, { { 3 }, {} })
 end)
 
 T.case("CreateProcess validates and logs; nothing is started", function()

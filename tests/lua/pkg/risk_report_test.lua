@@ -159,8 +159,7 @@ T.case("package parameter check against Product/PackageType and Product/Version"
         m.qav_RiskCheckParaCheck(F.root .. "/none.xml", "VNFC", "V1") }, { 12740, 12740 })
     T.has_lines(F.patch_log(), { "Get Version from file(" .. noVersion .. "/vercfg.xml) fail! RetCode:",
         "Get PackageType from file(" .. F.root .. "/none.xml) fail! RetCode:" })
-    T.eq(m.qav_RiskCheckParaCheck(xml, "VNFC"), 1)
-    T.eq(m.qav_RiskCheckParaCheck(xml, {}, "V"), 1)
+    T.eq({ m.qav_RiskCheckParaCheck(xml, "VNFC"), (m.qav_RiskCheckParaCheck(xml, {}, "V")) }, { 1, 1 })
     T.has_line(F.patch_log(), "String param 2 is null")
     T.has_line(F.patch_log(), "QAV_RiskCheckParaCheckGetInput failed, ret is 1.")
 end)

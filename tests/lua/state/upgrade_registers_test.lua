@@ -124,11 +124,8 @@ T.case("fault boards are recorded once each, into the first free slot", function
     zh.log_clear()
     T.eq(T.results(m.su_RecordFaultBoard(5)), { n = 1, 0 })
     T.eq(m.su_RecordFaultBoard(5), 0)
-    T.eq(m.su_JudgeFaultBoardExist(5), 1)
-    T.eq(m.su_JudgeFaultBoardExist(6), 0)
-    T.eq(m.su_JudgeFaultBoardExist(0), 2)
-    T.eq(m.su_RecordFaultBoard(0), 1)
-    T.eq(m.su_RecordFaultBoard(), -1)
+    T.eq({ m.su_JudgeFaultBoardExist(5), m.su_JudgeFaultBoardExist(6), (m.su_JudgeFaultBoardExist(0)) }, { 1, 0, 2 })
+    T.eq({ m.su_RecordFaultBoard(0), (m.su_RecordFaultBoard()) }, { 1, -1 })
     T.eq(zh.log_lines("ha"), {
         "Func(ISSU_RecordFaultBoard) entry", "Func(ISSU_RecordFaultBoard) record board 5",
         "Func(ISSU_RecordFaultBoard) entry", "Func(ISSU_RecordFaultBoard) board 5 is already recorded.",
@@ -209,8 +206,7 @@ T.case("the VPN index goes into ../bootfile/vpn.ini", function()
     zh.inject("P_ZAK_Open", -1)
     T.eq(T.results(m.qav_PutVPNindex("3")), { n = 1, 1 })
     T.eq(io.open("../bootfile/vpn.ini"), nil)
-    T.eq(m.qav_PutVPNindex("3"), 0)
-    T.eq(m.qav_PutVPNindex("4"), 0)
+    T.eq({ m.qav_PutVPNindex("3"), (m.qav_PutVPNindex("4")) }, { 0, 0 })
     local text = T.read("../bootfile/vpn.ini")
     T.ok(text:find("[VPN INDEX]", 1, true), text)
     T.ok(text:find("index =4", 1, true), text)
