@@ -223,9 +223,8 @@ T.case("slave switchover success: filtered for the local chassis within a second
     T.eq({ e.call, e.cid, e.info, e.format }, { "QAV_EventLog", 0x77, "0x08090006", "%d%s%s%s" })
     T.eq(e.values, { local_chassis, "CH1", "mpu-a", "mpu-b" })
     local diag = zh.log_lines("diag")
-    T.has_line(diag, "iSwitchIndex = " .. local_chassis .. ".")
-    T.has_line(diag, "pcShowNameDst = mpu-b.")
-    T.has_line(diag, "Chassis CH1 has been slave switchover from mpu-a to mpu-b.")
+    T.has_lines(diag, { "iSwitchIndex = " .. local_chassis .. ".", "pcShowNameDst = mpu-b.",
+        "Chassis CH1 has been slave switchover from mpu-a to mpu-b." })
     T.eq(zh.memory(), blocks, "the id list is freed")
 
     T.eq(m.qav_trap_slvswitchsuccess(local_chassis, "CH1", "mpu-b", "mpu-a"), 5005)

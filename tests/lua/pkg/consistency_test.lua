@@ -25,8 +25,7 @@ T.case("matching NE type and intact files pass; another NE type fails", function
     T.eq(m.qav_CheckInfoFromXml(good, false), 0x31C400)
     zh.log_clear()
     T.eq(m.qav_CheckModInfoFromXml(good, false), 0x31C400)
-    T.has_line(F.patch_log(), "Get NE type failed.")
-    T.has_line(F.patch_log(), "===Check Mod info from vercfg.xml===")
+    T.has_lines(F.patch_log(), { "Get NE type failed.", "===Check Mod info from vercfg.xml===" })
 end)
 
 T.case("two hot-patch nodes fail the type check only when asked for", function()

@@ -114,10 +114,9 @@ T.case("pat_GetHardtypeOfColdPatHardRst lists each cold board type once", functi
     zh.log_clear()
     T.eq(call("pat_GetHardtypeOfColdPatHardRst", cold, "MAINRPG", "V1.00.10"), { n = 2, 0, { 0x3003, 0x4004 } })
     local log = zh.log_lines("upgrade")
-    T.has_line(log, "Get hardtypes of cold pat using hard reset policy func enter")
-    T.has_line(log, "patch( " .. cold .. " ), rpg name( MAINRPG ), rpg version( V1.00.10 )")
-    T.has_line(log, "Get hardtype(0x4004) need hard rst")
-    T.has_line(log, "number of hardtype is 2")
+    T.has_lines(log, { "Get hardtypes of cold pat using hard reset policy func enter",
+        "patch( " .. cold .. " ), rpg name( MAINRPG ), rpg version( V1.00.10 )", "Get hardtype(0x4004) need hard rst",
+        "number of hardtype is 2" })
     T.eq(call("pat_GetHardtypeOfColdPatHardRst", hot, "MAINRPG", "V1.00.10"), { n = 2, 0, { 0x3003 } })
     T.eq({ call("pat_GetHardtypeOfColdPatHardRst", cold, "OTHER", "V1.00.10"),
         call("pat_GetHardtypeOfColdPatHardRst", cold, "MAINRPG") }, { { n = 1, -1 }, { n = 1, -1 } })

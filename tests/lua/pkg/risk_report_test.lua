@@ -160,8 +160,7 @@ T.case("package parameter check against Product/PackageType and Product/Version"
     T.has_lines(F.patch_log(), { "Get Version from file(" .. noVersion .. "/vercfg.xml) fail! RetCode:",
         "Get PackageType from file(" .. F.root .. "/none.xml) fail! RetCode:" })
     T.eq({ m.qav_RiskCheckParaCheck(xml, "VNFC"), (m.qav_RiskCheckParaCheck(xml, {}, "V")) }, { 1, 1 })
-    T.has_line(F.patch_log(), "String param 2 is null")
-    T.has_line(F.patch_log(), "QAV_RiskCheckParaCheckGetInput failed, ret is 1.")
+    T.has_lines(F.patch_log(), { "String param 2 is null", "QAV_RiskCheckParaCheckGetInput failed, ret is 1." })
 end)
 
 T.case("risk-check event carries the check code element and the joined texts", function()
@@ -186,8 +185,7 @@ T.case("risk-check event carries the check code element and the joined texts", f
     T.eq(m.qav_RiskCheckReport(1, "a", "b"), 9)
     T.eq(m.qav_RiskCheckReport(1, "a"), 1)
     T.eq(m.qav_RiskCheckReport(1, "a", {}), 1)
-    T.has_line(F.patch_log(), "String param 3 is null")
-    T.has_line(F.patch_log(), "QAV_SCH_ReportProcessGetInput failed, ret is 1.")
+    T.has_lines(F.patch_log(), { "String param 3 is null", "QAV_SCH_ReportProcessGetInput failed, ret is 1." })
     zh.inject("ZAK_Malloc_F", 0, 1)
     T.eq(m.qav_RiskCheckReport(1, "a", "b"), 1)
 end)

@@ -49,9 +49,8 @@ T.case("read locks coexist while their VM lists do not overlap", function()
     T.eq({ m.qav_Lock(100, READ, vms("a", "b")), (m.qav_Lock(100, READ, vms("c"))) }, { 0, 0 })
     local mark = S.mark("upgrade")
     T.eq(m.qav_Lock(100, READ, vms("b")), 3)
-    T.has_line(S.since(mark), 'L4 [UPG-LOCK]find vm "b" is already locked!!')
-    T.has_line(S.since(mark), "L3 [UPG-LOCK]set vmlist lock failed, retcode = 3!")
-    T.has_line(S.since(mark), "L4 [UPG-LOCK]set upgrade write_read, result: 3")
+    T.has_lines(S.since(mark), { 'L4 [UPG-LOCK]find vm "b" is already locked!!',
+        "L3 [UPG-LOCK]set vmlist lock failed, retcode = 3!", "L4 [UPG-LOCK]set upgrade write_read, result: 3" })
     T.eq(m.qav_Lock(100, READ, vms("ab", "ca")), 0, "names are matched whole, not as substrings")
     T.eq(m.qav_Lock(100, READ, vms("vm-long-nam1")), 0)
     T.eq(m.qav_Lock(100, READ, vms("vm-long-nam2")), 3, "names are compared by their first 11 characters")
@@ -158,8 +157,7 @@ T.case("bad argument counts, clock, mutex and memory failures", function()
     zh.inject("NUK_MutexLock", 1)
     T.eq(m.qav_UnLock(WRITE, ""), 1)
     local lines = S.since(mark)
-    T.has_line(lines, "L3 [UPG-LOCK]get system time failed!")
-    T.has_line(lines, "L3 [UPG-LOCK]get upgrade mutex failed!")
+    T.has_lines(lines, { "L3 [UPG-LOCK]get system time failed!", "L3 [UPG-LOCK]get upgrade mutex failed!" })
     -- The clock is read only once the mutex is held: a time read before waiting for it can be
     -- older than the start another holder records, and the lock would look expired.
     for _, call in ipairs { function() return m.qav_Lock(10, WRITE, "") end,
@@ -183,9 +181,8 @@ T.case("bad argument counts, clock, mutex and memory failures", function()
     T.eq(m.qav_Lock(10, READ, vms("a")), FAIL)
     T.eq(zh.memory().blocks, blocks, "a half-made node is freed")
     lines = S.since(mark)
-    T.has_line(lines, "L3 [UPG-LOCK]failed to alloc vmlock node memory!")
-    T.has_line(lines, "L3 [UPG-LOCK]failed to alloc vmlist node memory!")
-    T.has_line(lines, "L4 [UPG-LOCK]set upgrade write_read, result: 4294967295")
+    T.has_lines(lines, { "L3 [UPG-LOCK]failed to alloc vmlock node memory!",
+        "L3 [UPG-LOCK]failed to alloc vmlist node memory!", "L4 [UPG-LOCK]set upgrade write_read, result: 4294967295" })
     T.eq(m.qav_IsLocked(), false, "failed requests leave the lock idle")
 end)
 
