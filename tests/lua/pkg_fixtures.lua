@@ -110,4 +110,10 @@ function F.balanced(fn)
     return r
 end
 
+-- Calls the library function `name` through F.balanced.
+function F.call(name, ...)
+    local args = table.pack(...)
+    return F.balanced(function() return libqavluacommon[name](table.unpack(args, 1, args.n)) end)
+end
+
 return F

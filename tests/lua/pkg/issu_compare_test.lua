@@ -4,8 +4,11 @@ local zh = require "zakhost"
 local P = require "pkg_fixtures"
 local m = libqavluacommon
 
-local function issu(a, b)
-    return P.balanced(function() return m.issu(a, b) end)
+local function issu(a, b) return P.balanced(function() return m.issu(a, b) end) end
+local function entities(list)
+    local out = {}
+    for i, e in ipairs(list) do out[i] = e.Entity end
+    return out
 end
 
 local base = {
@@ -85,13 +88,9 @@ T.case("Required lists the whole requirement chain, entity sections only, in nam
     local b = P.desc("chain_b.xml", changed)
     local r = issu(a, b)
     T.eq(#r[2], 1)
-    local required = {}
-    for i, e in ipairs(r[2][1].Required) do required[i] = e.Entity end
-    T.eq(required, { "mid", "top" })
+    T.eq(entities(r[2][1].Required), { "mid", "top" })
     -- core and everything requiring it form one group; board is a member but not listed.
-    local names = {}
-    for i, e in ipairs(r[3][1]) do names[i] = e.Entity end
-    T.eq(names, { "core", "mid", "top" })
+    T.eq(entities(r[3][1]), { "core", "mid", "top" })
     T.eq(#r[3], 1)
 end)
 
@@ -103,9 +102,7 @@ T.case("a requirement cycle is listed once and ends", function()
     local a = P.desc("cyc_a.xml", cycle)
     local b = P.desc("cyc_b.xml", { { "x", version = "2", require = "y" }, cycle[2], cycle[3] })
     local r = issu(a, b)
-    local required = {}
-    for i, e in ipairs(r[2][1].Required) do required[i] = e.Entity end
-    T.eq(required, { "y", "z" })
+    T.eq(entities(r[2][1].Required), { "y", "z" })
     T.eq(#r[3], 1)
     T.eq(#r[3][1], 3)
 end)
@@ -123,9 +120,7 @@ T.case("groups without an entity-section member take no number", function()
     T.eq(#r[2], 3)
     local groups = {}
     for g, members in pairs(r[3]) do
-        local names = {}
-        for i, e in ipairs(members) do names[i] = e.Entity end
-        groups[g] = table.concat(names, ",")
+        groups[g] = table.concat(entities(members), ",")
     end
     T.eq(groups, { "aa", "cc,dd" })
 end)

@@ -16,10 +16,7 @@ P.entitydb({
     { "cli", id = 5, require = "ospf" },
 })
 
-local function call(name, ...)
-    local args = table.pack(...)
-    return P.balanced(function() return m[name](table.unpack(args, 1, args.n)) end)
-end
+local call = P.call
 
 local function names(list)
     local out = {}

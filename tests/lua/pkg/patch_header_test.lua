@@ -4,10 +4,7 @@ local zh = require "zakhost"
 local P = require "pkg_fixtures"
 local m = libqavluacommon
 
-local function call(name, ...)
-    local args = table.pack(...)
-    return P.balanced(function() return m[name](table.unpack(args, 1, args.n)) end)
-end
+local call = P.call
 
 local function patch(file, ...)
     local path = P.root .. "/" .. file

@@ -4,21 +4,13 @@ local zh = require "zakhost"
 local P = require "pkg_fixtures"
 local m = libqavluacommon
 
-local function call(name, ...)
-    local args = table.pack(...)
-    return P.balanced(function() return m[name](table.unpack(args, 1, args.n)) end)
-end
+local call = P.call
 
 local rinfo = "zakv8/main/pkg_pool/program/current/rpg.rinfo"
 local function write_rinfo(lines)
     return P.put(rinfo, table.concat(lines, "\n") .. "\n")
 end
-local function md5sum(path)
-    local pipe = io.popen("md5sum " .. path)
-    local digest = pipe:read("*l"):match("^(%x+)")
-    pipe:close()
-    return digest
-end
+local function md5sum(path) return T.capture("md5sum " .. path):match("^(%x+)") end
 
 os.execute("mkdir -p " .. P.root .. "/zakv8/main/home/patch")
 local patchDir = P.root .. "/zakv8/main/home/patch"
