@@ -1,5 +1,6 @@
 -- Package fixtures for the version configuration, integrity, ISSU and risk-check tests: files
 -- written by Lua and packages built by qavpkg (found next to the qavlua running the test).
+local T = require "testlib"
 local zh = require "zakhost"
 local F = {}
 
@@ -30,19 +31,7 @@ function F.qavpkg(...)
     assert(F.sh(command .. " 2>&1 >/dev/null"), "qavpkg failed: " .. command)
 end
 
-function F.write(path, content)
-    local f = assert(io.open(path, "wb"))
-    f:write(content)
-    f:close()
-end
-
-function F.read(path)
-    local f = io.open(path, "rb")
-    if not f then return nil end
-    local data = f:read("*a")
-    f:close()
-    return data
-end
+F.write, F.read = T.write, T.read
 
 function F.exists(path) return F.sh("test -e " .. quote(path)) end
 
@@ -76,5 +65,55 @@ end
 
 -- The upgrade-log and patch-log messages written since the last clear.
 function F.patch_log() return zh.log_lines("patch") end
+
+-- Option list for a package description: each entity {name, opt = value | {values}}.
+local function entity_options(entities)
+    local args = {}
+    for _, e in ipairs(entities) do
+        args[#args + 1] = "--entity"
+        args[#args + 1] = e[1]
+        local keys = {}
+        for k in pairs(e) do if type(k) == "string" then keys[#keys + 1] = k end end
+        table.sort(keys)
+        for _, k in ipairs(keys) do
+            local values = type(e[k]) == "table" and e[k] or { e[k] }
+            for _, v in ipairs(values) do
+                args[#args + 1] = "--" .. k
+                args[#args + 1] = v
+            end
+        end
+    end
+    return args
+end
+
+-- Writes a package description under the sandbox root; returns its full path.
+function F.desc(name, entities)
+    local path = F.root .. "/" .. name
+    F.qavpkg("pkgdesc", path, table.unpack(entity_options(entities)))
+    return path
+end
+
+function F.entitydb(entities)
+    F.qavpkg("entitydb", F.root, table.unpack(entity_options(entities)))
+end
+
+-- Writes a file under the sandbox root; returns its full path.
+function F.put(name, text) return T.write(F.root .. "/" .. name, text) end
+
+-- Calls fn and checks that the platform's live block count is the same afterwards; returns the
+-- packed results ({n = count, ...}).
+function F.balanced(fn)
+    local before = zh.memory().blocks
+    local r = table.pack(fn())
+    local after = zh.memory().blocks
+    assert(before == after, string.format("platform blocks leaked: %d before, %d after", before, after))
+    return r
+end
+
+-- Calls the library function `name` through F.balanced.
+function F.call(name, ...)
+    local args = table.pack(...)
+    return F.balanced(function() return libqavluacommon[name](table.unpack(args, 1, args.n)) end)
+end
 
 return F

@@ -53,12 +53,62 @@ function T.has_line(lines, text, message)
     fail((message and message .. ": " or "") .. "no line contains " .. show(text) .. " in " .. show(lines))
 end
 
+-- T.has_line for each text of `texts`.
+function T.has_lines(lines, texts)
+    for _, text in ipairs(texts) do T.has_line(lines, text) end
+end
+
 function T.no_line(lines, text, message)
     for _, line in ipairs(lines) do
         if string.find(line, text, 1, true) then
             fail((message and message .. ": " or "") .. "unexpected line " .. show(line))
         end
     end
+end
+
+-- A file's bytes (nil when it cannot be opened); writing one (returns the path); a command's output
+-- without its trailing blanks.
+function T.read(path)
+    local f = io.open(path, "rb"); if not f then return nil end
+    local d = f:read("*a"); f:close(); return d
+end
+
+function T.write(path, data)
+    local f = assert(io.open(path, "wb")); f:write(data); f:close(); return path
+end
+
+function T.capture(command)
+    local p = assert(io.popen(command)); local out = p:read("*a"); p:close()
+    return (out:gsub("%s+$", ""))
+end
+
+-- A mark in a log file the runner writes under the sandbox; T.since(mark) gives the lines written
+-- after it as "<id> L<level> <message>" (the time left out).
+function T.mark(log)
+    local lines = {}
+    local f = io.open(require("zakhost").root() .. "/log/" .. log .. ".log")
+    for line in f and f:lines() or function() end do lines[#lines + 1] = line:match("^%S+ (.*)$") or line end
+    if f then f:close() end
+    return { log = log, at = #lines, lines = lines }
+end
+
+function T.since(mark)
+    local all, out = T.mark(mark.log).lines, {}
+    for i = mark.at + 1, #all do out[#out + 1] = all[i] end
+    return out
+end
+
+-- Runs a check that reads whole seconds right at a boundary moved by zakhost.clock_advance. The
+-- real clock keeps running too, so a real second may tick over inside the check; a check that
+-- fails three times in a row fails for another reason.
+function T.at_boundary(check)
+    local err
+    for _ = 1, 3 do
+        local ok, e = pcall(check)
+        if ok then return end
+        err = e
+    end
+    error(err, 2)
 end
 
 -- Packs every result of a call, nils included: T.results(f(...)) -> {n = count, ...}

@@ -6,12 +6,7 @@ local m = libqavluacommon
 
 local R = zh.root()
 
-local function capture(command)
-    local p = assert(io.popen(command))
-    local out = p:read("*a")
-    p:close()
-    return (out:gsub("%s+$", ""))
-end
+local capture = T.capture
 
 -- Hex cipher text of `plain` under openssl's AES-CBC.
 local function openssl_encrypt(plain, keyHex, ivHex, nopad)
@@ -71,8 +66,7 @@ T.case("wrong keys, bad hex, modes and lengths are refused", function()
     -- Without padding the cipher text must be whole blocks.
     T.ok(decrypt(1, key, iv, c:sub(1, 30))[1] ~= 0)
     zh.inject("CRYPT_decrypt", 55)
-    T.eq(decrypt(0, key, iv, c), { n = 2, 55, "" })
-    T.eq(decrypt(0, key, iv, c), { n = 2, 0, "some plain text" })
+    T.eq({ decrypt(0, key, iv, c), (decrypt(0, key, iv, c)) }, { { n = 2, 55, "" }, { n = 2, 0, "some plain text" } })
 end)
 
 T.case("the plain text is pushed up to its first zero byte", function()

@@ -18,6 +18,8 @@ T.case("hardware type from the board record and the package manager's record", f
     zh.profile_set("board", "inner_hard_type", "0x9999")
     T.eq(T.results(m.qav_ZAK_GetHardType()), { n = 2, 0, 0x3005 })
     T.eq(T.results(m.qav_ZAK_GetHardType_Inner()), { n = 2, 0, 0x9999 })
+    zh.profile_set("board", "hard_type", "0x3005 x")
+    T.eq(select(2, m.qav_ZAK_GetHardType()), 0, "a number with trailing text is no number")
     -- the type is pushed even on failure, then 0 from the zeroed record
     zh.inject("ZAK_GetHard_Info", 6)
     T.eq(T.results(m.qav_ZAK_GetHardType()), { n = 2, 6, 0 })
@@ -67,8 +69,7 @@ T.case("board reset for an NPU mode switch is traced and recorded, never carried
     T.has_line(zh.log_lines("diag"), "Reset Board by NPU switch mode 0x3)")
     -- a wrong count reports 0xFFFFFFFF results without pushing; the engine takes the stack
     T.eq(T.results(m.qav_ResetBoardForNpuModeSwitch(1, 2)), { n = 2, 1, 2 })
-    T.eq(zh.board_resets(true), { 3 })
-    T.eq(zh.board_resets(), {})
+    T.eq({ zh.board_resets(true), (zh.board_resets()) }, { { 3 }, {} })
 end)
 
 T.case("CreateProcess validates and logs; nothing is started", function()
@@ -122,6 +123,7 @@ T.case("component states of a board from the default database", function()
     T.eq(T.results(m.qav_GetSemlsStateByOsnode("2/2")), { n = 2, 0, {} }, "no node in chassis 2")
     local before = zh.memory().blocks
     T.eq(T.results(m.qav_GetSemlsStateByOsnode("9")), { n = 2, 0, {} })
+    T.eq(T.results(m.qav_GetSemlsStateByOsnode("4294967295")), { n = 2, 0, {} }, "the largest board number")
     T.eq(T.results(m.qav_GetSemlsStateByOsnode("2")), { n = 2, 0, board2 })
     T.eq(zh.memory().blocks, before, "both buffers freed")
 end)

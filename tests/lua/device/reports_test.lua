@@ -36,14 +36,12 @@ end)
 
 T.case("wrong argument counts give 5005 and a base-log line, no record", function()
     reset()
-    T.eq(T.results(m.qav_ReportProcess(3, 40)), { n = 1, 5005 })
-    T.has_line(zh.log_lines("base"), "QAV_ReportProcess proc fail. para num = 2")
-    T.eq(T.results(m.qav_ReportLogCollectFinish(1, 0, "p", 4)), { n = 1, 5005 })
-    T.has_line(zh.log_lines("base"), "QAV_ReportLogCollectFinish proc fail. para num = 4")
-    T.eq(T.results(m.qav_ReportVMCollectFinish()), { n = 1, 5005 })
-    T.has_line(zh.log_lines("base"), "QAV_ReportVMCollectFinish proc fail. para num = 0")
-    T.eq(T.results(m.szak_setDelayVote(1)), { n = 1, 5005 })
-    T.has_line(zh.log_lines("base"), "SZAK_SetDelayVote proc fail. para num = 1")
+    T.eq({ T.results(m.qav_ReportProcess(3, 40)), T.results(m.qav_ReportLogCollectFinish(1, 0, "p", 4)),
+        T.results(m.qav_ReportVMCollectFinish()), T.results(m.szak_setDelayVote(1)) },
+        { { n = 1, 5005 }, { n = 1, 5005 }, { n = 1, 5005 }, { n = 1, 5005 } })
+    T.has_lines(zh.log_lines("base"), { "QAV_ReportProcess proc fail. para num = 2",
+        "QAV_ReportLogCollectFinish proc fail. para num = 4", "QAV_ReportVMCollectFinish proc fail. para num = 0",
+        "SZAK_SetDelayVote proc fail. para num = 1" })
     T.eq(zh.events(), {})
 end)
 

@@ -6,13 +6,7 @@ local m = libqavluacommon
 
 local BAD = -1048932 -- 0xFFEFFE9C
 
-local function write_file(path, data)
-    local f = assert(io.open(path, "wb")); f:write(data); f:close()
-end
-local function read_file(path)
-    local f = io.open(path, "rb"); if not f then return nil end
-    local d = f:read("*a"); f:close(); return d
-end
+local write_file, read_file = T.write, T.read
 local function open(path, mode)
     local fd, h = m.qav_spt_fopen(0, path, mode)
     assert(fd >= 0, "open " .. path .. " " .. mode .. " gave " .. tostring(fd))

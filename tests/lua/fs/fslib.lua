@@ -1,4 +1,5 @@
 -- Helpers for the file-engine tests: shell commands, file contents and the engine's log lines.
+local T = require "testlib"
 local zh = require "zakhost"
 local F = {}
 
@@ -13,14 +14,7 @@ function F.ok(command)
     return os.execute(command) == true
 end
 
-function F.write(path, data)
-    local f = assert(io.open(path, "wb")); f:write(data); f:close()
-end
-
-function F.read(path)
-    local f = io.open(path, "rb"); if not f then return nil end
-    local d = f:read("*a"); f:close(); return d
-end
+F.write, F.read = T.write, T.read
 
 function F.kind(path)
     return F.sh("stat -c %F " .. path)

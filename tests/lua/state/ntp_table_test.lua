@@ -41,15 +41,13 @@ T.case("an unnamed entry stops the set, and the sweep still removes what was not
     T.eq(m.qav_set_ntp_unicast_info { server("A", 9), unnamed, server("C") }, 0)
     T.eq(lookup("A")[1][2].value, 9)
     T.eq(lookup("C"), {}, "entries after the stop are not read")
-    T.eq(lookup("old1"), {})
-    T.eq(lookup("old2"), {})
+    T.eq({ lookup("old1"), (lookup("old2")) }, { {}, {} })
 end)
 
 T.case("an item of the wrong type stops the set at that entry", function()
     T.eq(m.qav_set_ntp_unicast_info { server("A"), { { fid = 20, value = "B" }, { fid = 7, value = 1 } }, server("C") }, 0)
     T.eq(#lookup("A"), 1)
-    T.eq(lookup("B"), {})
-    T.eq(lookup("C"), {})
+    T.eq({ lookup("B"), (lookup("C")) }, { {}, {} })
     m.qav_set_ntp_unicast_info { server("A"), { { fid = 20, value = "B" }, { fid = 1, value = "x" } } }
     T.eq(lookup("B"), {}, "fid 1 must be a number")
     m.qav_set_ntp_unicast_info { { { fid = 12, value = "yes" }, { fid = 20, value = "B" } } }
@@ -60,9 +58,7 @@ T.case("names are compared byte-wise, case-sensitively, on their first 63 charac
     local long = string.rep("n", 63)
     m.qav_set_ntp_unicast_info { server("Srv", 1), server("srv", 2), server(long .. "1234567", 3),
         { { fid = 5, value = "ignored" }, { fid = 20, value = "other" }, { fid = 0, value = 1 } } }
-    T.eq(lookup("Srv")[1][2].value, 1)
-    T.eq(lookup("srv")[1][2].value, 2)
-    T.eq(lookup("SRV"), {})
+    T.eq({ lookup("Srv")[1][2].value, lookup("srv")[1][2].value, (lookup("SRV")) }, { 1, 2, {} })
     T.eq(lookup(long .. "xyz")[1][1].value, long, "stored and looked up by the first 63")
     T.eq(lookup("other")[1], { { fid = 20, value = "other" }, { fid = 1, value = 0 }, { fid = 7, value = false },
         { fid = 12, value = false } })

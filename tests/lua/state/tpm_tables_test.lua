@@ -68,9 +68,7 @@ T.case("any input order gives the same table in key order", function()
     local evens, sorted_evens = {}, {}
     for _, k in ipairs(order) do if k % 2 == 0 then evens[#evens + 1] = k end end
     for k = 2, 300, 2 do sorted_evens[#sorted_evens + 1] = k end
-    T.eq(set_keys(evens), sorted_evens)
-    T.eq(set_keys(sorted_evens), sorted_evens)
-    T.eq(set_keys(expected), expected)
+    T.eq({ set_keys(evens), set_keys(sorted_evens), (set_keys(expected)) }, { sorted_evens, sorted_evens, expected })
 end)
 
 T.case("a set replaces the whole table and reuses the nodes of surviving keys", function()

@@ -1,13 +1,10 @@
 -- Patch package header queries over packages built by qavpkg.
 local T = require "testlib"
 local zh = require "zakhost"
-local P = require "pkg_issu.pkgtool"
+local P = require "pkg_fixtures"
 local m = libqavluacommon
 
-local function call(name, ...)
-    local args = table.pack(...)
-    return P.balanced(function() return m[name](table.unpack(args, 1, args.n)) end)
-end
+local call = P.call
 
 local function patch(file, ...)
     local path = P.root .. "/" .. file
@@ -39,12 +36,10 @@ T.case("header failures are unsigned codes with one result", function()
     local badnum = patch("badnum.pat", "--name", "X", "--number", "101")
     local noname = patch("noname.pat", "--patch-version", "P1")
     local longer = patch("longer.pat", "--name", "X", "--file-length", "7000")
-    T.eq(call("pat_getpatpkghead", P.root .. "/none.pat"), { n = 1, 5002 })
-    T.eq(call("pat_getpatpkghead", short), { n = 1, 5003 })
-    T.eq(call("pat_getpatpkghead", badnum), { n = 1, 5004 })
-    T.eq(call("pat_getpatpkghead", noname), { n = 1, 5004 })
-    T.eq(call("pat_getpatpkghead", longer), { n = 1, 5006 })
-    T.eq(call("pat_getpatpkghead"), { n = 1, 5005 })
+    T.eq({ call("pat_getpatpkghead", P.root .. "/none.pat"), call("pat_getpatpkghead", short),
+        call("pat_getpatpkghead", badnum), call("pat_getpatpkghead", noname), call("pat_getpatpkghead", longer),
+        (call("pat_getpatpkghead")) },
+        { { n = 1, 5002 }, { n = 1, 5003 }, { n = 1, 5004 }, { n = 1, 5004 }, { n = 1, 5006 }, { n = 1, 5005 } })
     zh.inject("ZAK_Malloc_F", 0)
     T.eq(call("pat_getpatpkghead", hot), { n = 1, 0xFFFFFFFF })
     T.eq(call("pat_gethpglistinpat", short), { n = 1, 5003 })
@@ -62,8 +57,8 @@ T.case("pat_gethpglistinpat lists only the hot-patch descriptors", function()
 end)
 
 T.case("pat_gethpglistinpat prints each hot descriptor on standard output", function()
-    local script = P.write("print_hpg.lua", "libqavluacommon.pat_gethpglistinpat(" .. string.format("%q", hot) .. ")\n")
-    local qavlua = P.qavpkg_path:gsub("qavpkg$", "qavlua")
+    local script = P.put("print_hpg.lua", "libqavluacommon.pat_gethpglistinpat(" .. string.format("%q", hot) .. ")\n")
+    local qavlua = P.qavpkg_bin:gsub("qavpkg$", "qavlua")
     local pipe = io.popen(qavlua .. " --root '" .. P.root .. "' " .. script)
     local out = pipe:read("*a")
     pipe:close()
@@ -86,7 +81,7 @@ T.case("pat_calcpatpkgmd5 digests the whole package", function()
 end)
 
 T.case("pat_startuppatchvalid tells bare patch files, packages and broken ones apart", function()
-    local bare = P.write("bare.pat", "a bare patch file")
+    local bare = P.put("bare.pat", "a bare patch file")
     local longer = patch("long2.pat", "--name", "X", "--file-length", "9999")
     local bad = patch("bad.pkg", "--number", "300")
     zh.log_clear()
@@ -116,15 +111,14 @@ T.case("pat_GetHardtypeOfColdPatHardRst lists each cold board type once", functi
     zh.log_clear()
     T.eq(call("pat_GetHardtypeOfColdPatHardRst", cold, "MAINRPG", "V1.00.10"), { n = 2, 0, { 0x3003, 0x4004 } })
     local log = zh.log_lines("upgrade")
-    T.has_line(log, "Get hardtypes of cold pat using hard reset policy func enter")
-    T.has_line(log, "patch( " .. cold .. " ), rpg name( MAINRPG ), rpg version( V1.00.10 )")
-    T.has_line(log, "Get hardtype(0x4004) need hard rst")
-    T.has_line(log, "number of hardtype is 2")
+    T.has_lines(log, { "Get hardtypes of cold pat using hard reset policy func enter",
+        "patch( " .. cold .. " ), rpg name( MAINRPG ), rpg version( V1.00.10 )", "Get hardtype(0x4004) need hard rst",
+        "number of hardtype is 2" })
     T.eq(call("pat_GetHardtypeOfColdPatHardRst", hot, "MAINRPG", "V1.00.10"), { n = 2, 0, { 0x3003 } })
-    T.eq(call("pat_GetHardtypeOfColdPatHardRst", cold, "OTHER", "V1.00.10"), { n = 1, -1 })
-    T.has_line(zh.log_lines("upgrade"), "get hard type of cold pat rst return error")
-    T.eq(call("pat_GetHardtypeOfColdPatHardRst", cold, "MAINRPG"), { n = 1, -1 })
-    T.has_line(zh.log_lines("upgrade"), "Get hardtypes of cold pat using hard reset policy err, param is null")
+    T.eq({ call("pat_GetHardtypeOfColdPatHardRst", cold, "OTHER", "V1.00.10"),
+        call("pat_GetHardtypeOfColdPatHardRst", cold, "MAINRPG") }, { { n = 1, -1 }, { n = 1, -1 } })
+    T.has_lines(zh.log_lines("upgrade"), { "get hard type of cold pat rst return error",
+        "Get hardtypes of cold pat using hard reset policy err, param is null" })
     -- A node allocation failing part-way releases what was listed.
     zh.inject("RPM_Os_Alloc", 0, 1)
     T.eq(call("pat_GetHardtypeOfColdPatHardRst", cold, "MAINRPG", "V1.00.10"), { n = 1, -1 })

@@ -1,29 +1,21 @@
 -- Patch names, custom patch versions, package information, digests, the CRL path and the ISSU log.
 local T = require "testlib"
 local zh = require "zakhost"
-local P = require "pkg_issu.pkgtool"
+local P = require "pkg_fixtures"
 local m = libqavluacommon
 
-local function call(name, ...)
-    local args = table.pack(...)
-    return P.balanced(function() return m[name](table.unpack(args, 1, args.n)) end)
-end
+local call = P.call
 
 local rinfo = "zakv8/main/pkg_pool/program/current/rpg.rinfo"
 local function write_rinfo(lines)
-    return P.write(rinfo, table.concat(lines, "\n") .. "\n")
+    return P.put(rinfo, table.concat(lines, "\n") .. "\n")
 end
-local function md5sum(path)
-    local pipe = io.popen("md5sum " .. path)
-    local digest = pipe:read("*l"):match("^(%x+)")
-    pipe:close()
-    return digest
-end
+local function md5sum(path) return T.capture("md5sum " .. path):match("^(%x+)") end
 
 os.execute("mkdir -p " .. P.root .. "/zakv8/main/home/patch")
 local patchDir = P.root .. "/zakv8/main/home/patch"
-P.write("zakv8/main/home/patch/MAINV1.00.10P007.pat", "patch")
-P.write("zakv8/main/home/patch/plain", "patch")
+P.put("zakv8/main/home/patch/MAINV1.00.10P007.pat", "patch")
+P.put("zakv8/main/home/patch/plain", "patch")
 
 T.case("rpm_getrealpatfile finds a patch with or without its extension", function()
     T.eq(call("rpm_getrealpatfile", "MAINV1.00.10P007"),
@@ -59,43 +51,36 @@ T.case("package information queries read the running package's file or a named o
         { Name = "MAIN", Version = "V1.00.10", Type = "rpg", Copyright = "(c) Example Networks", Origin = "lab build 7" } })
     T.eq(call("rpm_getcopyrightinfo"), { n = 2, 0, "(c) Example Networks" })
     T.eq(call("rpm_getorigininfo"), { n = 2, 0, "lab build 7" })
-    local other = P.write("other.rinfo", "Name=OTHER\nProduct=box\n")
-    T.eq(call("rpm_getpkginfo", other), { n = 2, 0, { Name = "OTHER", Product = "box" } })
-    T.eq(call("rpm_getcopyrightinfo", other), { n = 1, -3 })
-    T.eq(call("rpm_getorigininfo", other), { n = 1, -3 })
-    T.eq(call("rpm_getpkginfo", P.root .. "/none.rinfo"), { n = 1, -2 })
-    T.eq(call("rpm_getorigininfo", P.root .. "/none.rinfo"), { n = 1, -2 })
-    T.eq(call("rpm_getpkginfo", other, "extra"), { n = 1, -1 })
-    T.eq(call("rpm_getcopyrightinfo", {}), { n = 1, -1 })
-    T.eq(call("rpm_getpkginfo", string.rep("x", 300)), { n = 1, -1 })
+    local other = P.put("other.rinfo", "Name=OTHER\nProduct=box\n")
+    T.eq({ call("rpm_getpkginfo", other), call("rpm_getcopyrightinfo", other), call("rpm_getorigininfo", other),
+        call("rpm_getpkginfo", P.root .. "/none.rinfo"), call("rpm_getorigininfo", P.root .. "/none.rinfo"),
+        call("rpm_getpkginfo", other, "extra"), call("rpm_getcopyrightinfo", {}),
+        (call("rpm_getpkginfo", string.rep("x", 300))) },
+        { { n = 2, 0, { Name = "OTHER", Product = "box" } }, { n = 1, -3 }, { n = 1, -3 }, { n = 1, -2 },
+            { n = 1, -2 }, { n = 1, -1 }, { n = 1, -1 }, { n = 1, -1 } })
     zh.inject("RPM_Os_Alloc", 0, 2)
     T.eq(call("rpm_getpkginfo", other), { n = 1, -2 })
 end)
 
 T.case("file digests cover whole files and byte ranges", function()
-    local path = P.write("data.bin", string.rep("0123456789", 100))
-    local head = P.write("head.bin", string.rep("0123456789", 10))
-    local tail = P.write("tail.bin", string.rep("0123456789", 50))
-    T.eq(call("rpm_getfilemd5val", path), { n = 2, 0, md5sum(path) })
-    T.eq(call("rpm_getfilemd5val", P.root .. "/none.bin"), { n = 1, -2 })
-    T.eq(call("rpm_getfilemd5val", P.root), { n = 1, -2 })
-    T.eq(call("rpm_getfilemd5val"), { n = 1, -1 })
-    T.eq(call("rpm_getfilemd5val_ext", path, 0, 100), { n = 2, 0, md5sum(head) })
-    T.eq(call("rpm_getfilemd5val_ext", path, 500, 0), { n = 2, 0, md5sum(tail) })
-    T.eq(call("rpm_getfilemd5val_ext", path, 0, 0), { n = 2, 0, md5sum(path) })
-    T.eq(call("rpm_getfilemd5val_ext", path, 1000, 0), { n = 2, 0, "d41d8cd98f00b204e9800998ecf8427e" })
-    T.eq(call("rpm_getfilemd5val_ext", path, 990, 11), { n = 1, -3 })
-    T.eq(call("rpm_getfilemd5val_ext", path, 1001, 0), { n = 1, -3 })
-    T.eq(call("rpm_getfilemd5val_ext", path, -1, 0), { n = 1, -1 })
-    T.eq(call("rpm_getfilemd5val_ext", path, 0), { n = 1, -1 })
-    T.eq(call("rpm_getfilemd5val_ext", P.root .. "/none.bin", 0, 0), { n = 1, -2 })
+    local path = P.put("data.bin", string.rep("0123456789", 100))
+    local head = P.put("head.bin", string.rep("0123456789", 10))
+    local tail = P.put("tail.bin", string.rep("0123456789", 50))
+    T.eq({ call("rpm_getfilemd5val", path), call("rpm_getfilemd5val", P.root .. "/none.bin"),
+        call("rpm_getfilemd5val", P.root), call("rpm_getfilemd5val"), call("rpm_getfilemd5val_ext", path, 0, 100),
+        call("rpm_getfilemd5val_ext", path, 500, 0), call("rpm_getfilemd5val_ext", path, 0, 0),
+        call("rpm_getfilemd5val_ext", path, 1000, 0), call("rpm_getfilemd5val_ext", path, 990, 11),
+        call("rpm_getfilemd5val_ext", path, 1001, 0), call("rpm_getfilemd5val_ext", path, -1, 0),
+        call("rpm_getfilemd5val_ext", path, 0), (call("rpm_getfilemd5val_ext", P.root .. "/none.bin", 0, 0)) },
+        { { n = 2, 0, md5sum(path) }, { n = 1, -2 }, { n = 1, -2 }, { n = 1, -1 }, { n = 2, 0, md5sum(head) },
+            { n = 2, 0, md5sum(tail) }, { n = 2, 0, md5sum(path) }, { n = 2, 0, "d41d8cd98f00b204e9800998ecf8427e" },
+            { n = 1, -3 }, { n = 1, -3 }, { n = 1, -1 }, { n = 1, -1 }, { n = 1, -2 } })
 end)
 
 T.case("pat_GetCrlPath answers from the platform service when there is one", function()
     zh.log_clear()
     T.eq(call("pat_GetCrlPath"), { n = 2, 0, P.root .. "/zakv8/main/home/crl" })
-    T.has_line(zh.log_lines("cms"), "Get crl path is enter")
-    T.has_line(zh.log_lines("cms"), "Get crl path: " .. P.root .. "/zakv8/main/home/crl")
+    T.has_lines(zh.log_lines("cms"), { "Get crl path is enter", "Get crl path: " .. P.root .. "/zakv8/main/home/crl" })
     zh.inject("ZAK_GetCRLFileRootPath", 3)
     T.eq(call("pat_GetCrlPath"), { n = 1, -1 })
     T.has_line(zh.log_lines("cms"), "Get crl file path failed")

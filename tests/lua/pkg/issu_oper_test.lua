@@ -46,8 +46,11 @@ T.case("package of a named version: the first type-0 node of its description fil
     zh.setenv("VNFC_DES_FILE_EVN", "absent.xml")
     T.eq(T.results(m.qav_ProcIssuOper(1, "V3")), { n = 1, 1 })
     zh.setenv("VNFC_DES_FILE_EVN")
-    zh.inject("RPM_GetCurrDesFile_HOOK")
-    T.eq(m.qav_ProcIssuOper(1, "V3"), 1)
+    for _, service in ipairs { "RPM_GetCurrDesFile_HOOK", "RPM_ParseXmlDstTypeCodeFileNodeNum_HOOK",
+                               "RPM_ParseXmlDstTypeCodeFileNodeInfo_HOOK" } do
+        zh.inject(service)
+        T.eq(m.qav_ProcIssuOper(1, "V3"), 1, service)
+    end
     T.eq(m.qav_ProcIssuOper(1, {}), 1)
 end)
 

@@ -51,12 +51,10 @@ T.case("ids equal modulo 4096 share the first node's cursor", function()
 end)
 
 T.case("bad arguments answer status 2", function()
-    T.eq(T.results(m.qav_luaAssignPortID("x")), { n = 2, 2, 0 })
-    T.eq(T.results(m.qav_luaAssignPortID()), { n = 2, 2, 0 })
-    T.eq(T.results(m.qav_luaAssignPortID(1, 2)), { n = 2, 2, 0 })
-    T.eq(T.results(m.qav_luaAssignPortID({})), { n = 2, 2, 0 })
-    T.eq(T.results(m.qav_luaAssignPortID(true)), { n = 2, 2, 0 })
-    T.eq(T.results(m.qav_luaAssignPortID(nil)), { n = 2, 2, 0 })
+    T.eq({ T.results(m.qav_luaAssignPortID("x")), T.results(m.qav_luaAssignPortID()),
+        T.results(m.qav_luaAssignPortID(1, 2)), T.results(m.qav_luaAssignPortID({})),
+        T.results(m.qav_luaAssignPortID(true)), T.results(m.qav_luaAssignPortID(nil)) },
+        { { n = 2, 2, 0 }, { n = 2, 2, 0 }, { n = 2, 2, 0 }, { n = 2, 2, 0 }, { n = 2, 2, 0 }, { n = 2, 2, 0 } })
     T.eq(T.results(m.qav_luaSetCurPortID(1)), { n = 1, 2 })
     T.eq(T.results(m.qav_luaSetCurPortID(1, "x")), { n = 1, 2 })
     T.eq(T.results(m.qav_luaSetCurPortID(1, 0)), { n = 1, 2 })

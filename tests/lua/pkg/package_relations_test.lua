@@ -1,7 +1,7 @@
 -- "rpm_listcpt", "rpm_depend", "rpm_whorequire" over the device's entity database.
 local T = require "testlib"
 local zh = require "zakhost"
-local P = require "pkg_issu.pkgtool"
+local P = require "pkg_fixtures"
 local m = libqavluacommon
 
 -- A new sandbox starts with a sample database.
@@ -16,10 +16,7 @@ P.entitydb({
     { "cli", id = 5, require = "ospf" },
 })
 
-local function call(name, ...)
-    local args = table.pack(...)
-    return P.balanced(function() return m[name](table.unpack(args, 1, args.n)) end)
-end
+local call = P.call
 
 local function names(list)
     local out = {}

@@ -1,11 +1,14 @@
 -- "issu": comparison of a running and a candidate package description.
 local T = require "testlib"
 local zh = require "zakhost"
-local P = require "pkg_issu.pkgtool"
+local P = require "pkg_fixtures"
 local m = libqavluacommon
 
-local function issu(a, b)
-    return P.balanced(function() return m.issu(a, b) end)
+local function issu(a, b) return P.balanced(function() return m.issu(a, b) end) end
+local function entities(list)
+    local out = {}
+    for i, e in ipairs(list) do out[i] = e.Entity end
+    return out
 end
 
 local base = {
@@ -85,13 +88,9 @@ T.case("Required lists the whole requirement chain, entity sections only, in nam
     local b = P.desc("chain_b.xml", changed)
     local r = issu(a, b)
     T.eq(#r[2], 1)
-    local required = {}
-    for i, e in ipairs(r[2][1].Required) do required[i] = e.Entity end
-    T.eq(required, { "mid", "top" })
+    T.eq(entities(r[2][1].Required), { "mid", "top" })
     -- core and everything requiring it form one group; board is a member but not listed.
-    local names = {}
-    for i, e in ipairs(r[3][1]) do names[i] = e.Entity end
-    T.eq(names, { "core", "mid", "top" })
+    T.eq(entities(r[3][1]), { "core", "mid", "top" })
     T.eq(#r[3], 1)
 end)
 
@@ -103,9 +102,7 @@ T.case("a requirement cycle is listed once and ends", function()
     local a = P.desc("cyc_a.xml", cycle)
     local b = P.desc("cyc_b.xml", { { "x", version = "2", require = "y" }, cycle[2], cycle[3] })
     local r = issu(a, b)
-    local required = {}
-    for i, e in ipairs(r[2][1].Required) do required[i] = e.Entity end
-    T.eq(required, { "y", "z" })
+    T.eq(entities(r[2][1].Required), { "y", "z" })
     T.eq(#r[3], 1)
     T.eq(#r[3][1], 3)
 end)
@@ -123,27 +120,22 @@ T.case("groups without an entity-section member take no number", function()
     T.eq(#r[2], 3)
     local groups = {}
     for g, members in pairs(r[3]) do
-        local names = {}
-        for i, e in ipairs(members) do names[i] = e.Entity end
-        groups[g] = table.concat(names, ",")
+        groups[g] = table.concat(entities(members), ",")
     end
     T.eq(groups, { "aa", "cc,dd" })
 end)
 
 T.case("bad paths and descriptions give the load code and one result", function()
     local good = P.desc("ok.xml", base)
-    local broken = P.write("broken.xml", "<PackageDescription><Entity name='x'>")
-    local noname = P.write("noname.xml", "<PackageDescription><Entity id='1'/></PackageDescription>")
-    local badver = P.write("badver.xml", "<PackageDescription><Entity name='v'><Version>1.x</Version></Entity></PackageDescription>")
+    local broken = P.put("broken.xml", "<PackageDescription><Entity name='x'>")
+    local noname = P.put("noname.xml", "<PackageDescription><Entity id='1'/></PackageDescription>")
+    local badver = P.put("badver.xml", "<PackageDescription><Entity name='v'><Version>1.x</Version></Entity></PackageDescription>")
     zh.log_clear()
-    T.eq(issu(good), { n = 1, -1 })
-    T.eq(issu(nil, good), { n = 1, -1 })
-    T.eq(issu(P.root .. "/none.xml", good), { n = 1, -2 })
-    T.has_line(zh.log_lines("upgrade"), "[ISSU] parse " .. P.root .. "/none.xml file failed.")
-    T.eq(issu(good, broken), { n = 1, -3 })
-    T.has_line(zh.log_lines("upgrade"), "[ISSU] parse " .. broken .. " file failed.")
-    T.eq(issu(noname, good), { n = 1, -3 })
-    T.eq(issu(badver, good), { n = 1, -3 })
+    T.eq({ issu(good), (issu(nil, good)) }, { { n = 1, -1 }, { n = 1, -1 } })
+    T.eq({ issu(P.root .. "/none.xml", good), issu(good, broken) }, { { n = 1, -2 }, { n = 1, -3 } })
+    T.has_lines(zh.log_lines("upgrade"), { "[ISSU] parse " .. P.root .. "/none.xml file failed.",
+        "[ISSU] parse " .. broken .. " file failed." })
+    T.eq({ issu(noname, good), (issu(badver, good)) }, { { n = 1, -3 }, { n = 1, -3 } })
 end)
 
 T.case("failing package manager calls end the comparison with their codes", function()

@@ -24,12 +24,10 @@ T.case("an upgrade stamp records the kinds and the text", function()
     T.eq({ s.call, s.flag1, s.flag2, s.kind, s.values, s.text, s.message },
         { "ZAK_StartupStampAdd", 0, 2, 0, { 2, 1, 0, 0 }, "load done", "load done" })
     T.eq(#s.time, 2)
-    T.eq(m.qav_RecordUpgradeTimeStamp(0, 0, 3, "x"), 1000)
-    T.eq(m.qav_RecordUpgradeTimeStamp(0, 0, -1, "x"), 1000)
-    T.eq(m.qav_RecordUpgradeTimeStamp(0, 0.5, 0, "x"), 1000)
-    T.eq(m.qav_RecordUpgradeTimeStamp(0, 0, 0, {}), 1000)
-    T.eq(m.qav_RecordUpgradeTimeStamp(0, 0, 0), 1000)
-    T.eq(m.qav_RecordUpgradeTimeStamp(0, 0, 0, "x", 1), 1000)
+    T.eq({ m.qav_RecordUpgradeTimeStamp(0, 0, 3, "x"), m.qav_RecordUpgradeTimeStamp(0, 0, -1, "x"),
+        m.qav_RecordUpgradeTimeStamp(0, 0.5, 0, "x"), m.qav_RecordUpgradeTimeStamp(0, 0, 0, {}),
+        m.qav_RecordUpgradeTimeStamp(0, 0, 0), (m.qav_RecordUpgradeTimeStamp(0, 0, 0, "x", 1)) },
+        { 1000, 1000, 1000, 1000, 1000, 1000 })
     T.eq(select(2, last_stamp()), count, "refused calls record nothing")
     zh.inject("ZAK_StartupStampAdd", 9)
     T.eq(m.qav_RecordUpgradeTimeStamp(0, 0, 0, "x"), 0, "the store's result is not passed on")
@@ -78,6 +76,7 @@ T.case("bad stamp calls free what they made and record nothing", function()
     local sixteen = {}
     for i = 1, 16 do sixteen[i] = i end
     T.eq(m.qav_ZAK_StartupStampAddExt(0, 0, 0, 0, 0, 0, table.unpack(sixteen)), 0, "22 arguments")
+    T.eq({ last_stamp().item_count, #last_stamp().items, last_stamp().items[16].value }, { 16, 16, 16 }, "a full stamp")
     T.eq(T.results(m.qav_ZAK_StartupStampAddExt(0, 0, 0, 0, 0, 0, 17, table.unpack(sixteen))), { n = 1, 0xFFFFFFFF })
     T.eq(m.qav_ZAK_StartupStampAddExt(0, 0, 0, 0, 0), 0xFFFFFFFF)
     T.eq(m.qav_ZAK_StartupStampAddExt(0, 0, 0, 0, 0, 0, 1, true), 0xFFFFFFFF)
