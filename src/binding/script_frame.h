@@ -31,7 +31,8 @@ enum LogLevel : uint32_t {
     kLogProgress = 1,
     kLogNotice = 2, // a note that is no failure; also patch records echoed to the patch log
     kLogFailure = 3,
-    kLogStateChange = 4, // worth keeping: a lock taken or released
+    kLogStateChange = 4,  // worth keeping: a lock taken or released
+    kLogMinorFailure = 4, // a failure that leaves the result good (a file left with its owner)
     kLogDetail = 5,
     kLogStep = 6, // a step banner of the patch log
 };

@@ -80,10 +80,11 @@ uint32_t QAV_CreateRiskCheckXmlFile(const char *path, const char *neName, const 
     int saved = ZAK_Adapt_xmlSaveFormatFileEnc(path, doc, kEncoding, 1);
     ZAK_Adapt_xmlFreeDoc(doc);
     if (saved < 0) {
-        PatLog(3, "xmlSaveFile failed, ret is %u.", static_cast<uint32_t>(saved));
+        PatLog(qav::kLogFailure, "xmlSaveFile failed, ret is %u.", static_cast<uint32_t>(saved));
         return qav::kFailed;
     }
-    if (P_ZAK_Chown2ZAK(path, 0) != 0) PatLog(4, "Failed to change owner. File:%s.", path);
+    if (P_ZAK_Chown2ZAK(path, 0) != 0)
+        PatLog(qav::kLogMinorFailure, "Failed to change owner. File:%s.", path);
     return qav::kOk;
 }
 
@@ -91,15 +92,15 @@ uint32_t QAV_CreateRiskCheckXmlFile(const char *path, const char *neName, const 
 xmlDocPtr QAV_ParseAndCheckXmlFile(const char *path, const char *rootName, xmlNodePtr *root) {
     xmlDocPtr doc = nullptr;
     if (RPM_ParseXmlFile_HOOK(path, &doc) != 0 || doc == nullptr) {
-        PatLog(3, "There is no xml:(%s)!", path);
+        PatLog(qav::kLogFailure, "There is no xml:(%s)!", path);
         return nullptr;
     }
     xmlNodePtr top = ZAK_Adapt_xmlDocGetRootElement(doc);
     if (top == nullptr) {
-        PatLog(3, "Get root node fail from xml file(%s)!", path);
+        PatLog(qav::kLogFailure, "Get root node fail from xml file(%s)!", path);
     } else if (xmlStrcmp(top->name, X(rootName)) != 0) {
-        PatLog(3, "Root element name error, '%s' should be '%s'!", reinterpret_cast<const char *>(top->name),
-               rootName);
+        PatLog(qav::kLogFailure, "Root element name error, '%s' should be '%s'!",
+               reinterpret_cast<const char *>(top->name), rootName);
     } else {
         *root = top;
         return doc;
@@ -147,7 +148,7 @@ uint32_t QAV_GetAndCheckXmlFileInitInfoFromInput(lua_State *state, char *path, c
                                                  char *neItemName) {
     int32_t argc = SYSDT_SPTI_GetTop(state);
     if (argc != 3) {
-        PatLog(3, "Format path ParaNum %d wrong.", argc);
+        PatLog(qav::kLogFailure, "Format path ParaNum %d wrong.", argc);
         return qav::kFailed;
     }
     struct {
@@ -160,7 +161,7 @@ uint32_t QAV_GetAndCheckXmlFileInitInfoFromInput(lua_State *state, char *path, c
     for (int i = 0; i < 3; ++i) {
         const char *text = SYSDT_SPTI_ToString(state, i + 1);
         if (text == nullptr) {
-            PatLog(3, "%s", args[i].missing);
+            PatLog(qav::kLogFailure, "%s", args[i].missing);
             return qav::kFailed;
         }
         // A text too long for its buffer is reported and the call goes on with what the copy left.
@@ -176,12 +177,12 @@ QAV_ENTRY_FUNCTION QAV_InitRiskCheckXmlFile(lua_State *state) {
     char neItemName[128] = {0};
     uint32_t rc = QAV_GetAndCheckXmlFileInitInfoFromInput(state, path, neName, neItemName);
     if (rc != 0) {
-        PatLog(3, "QAV_GetAndCheckXmlFileInitInfoFromInput failed, ret is %u.", rc);
+        PatLog(qav::kLogFailure, "QAV_GetAndCheckXmlFileInitInfoFromInput failed, ret is %u.", rc);
         return qav::ReturnUInt(state, qav::kFailed);
     }
     rc = QAV_CreateRiskCheckXmlFile(path, neName, neItemName, kRootName);
     if (rc != 0) {
-        PatLog(3, "QAV_CreateRiskCheckXmlFile failed, ret is %u.", rc);
+        PatLog(qav::kLogFailure, "QAV_CreateRiskCheckXmlFile failed, ret is %u.", rc);
         return qav::ReturnUInt(state, qav::kFailed);
     }
     return qav::ReturnUInt(state, qav::kOk);
@@ -191,7 +192,7 @@ uint32_t QAV_SetXmlNodeContentGetInput(lua_State *state, char *path, char *group
                                        QAV_RISK_CHECK_RESULT *result) {
     int32_t argc = SYSDT_SPTI_GetTop(state);
     if (argc != 6) {
-        PatLog(3, "Format path ParaNum %d wrong.", argc);
+        PatLog(qav::kLogFailure, "Format path ParaNum %d wrong.", argc);
         return qav::kFailed;
     }
     struct {
@@ -208,7 +209,7 @@ uint32_t QAV_SetXmlNodeContentGetInput(lua_State *state, char *path, char *group
     for (int i = 0; i < 6; ++i) {
         const char *text = SYSDT_SPTI_ToString(state, i + 1);
         if (text == nullptr) {
-            PatLog(3, "%s", args[i].missing);
+            PatLog(qav::kLogFailure, "%s", args[i].missing);
             return qav::kFailed;
         }
         // The texts of a result are stored cut to their buffers; the file and the group must fit whole.
@@ -226,7 +227,7 @@ QAV_ENTRY_FUNCTION QAV_AddRiskCheckResult(lua_State *state) {
     auto *result = static_cast<QAV_RISK_CHECK_RESULT *>(ZAK_Malloc_F(
         g_pLocaHandleQav, g_aucZakMemPt, sizeof(QAV_RISK_CHECK_RESULT), qav::kSourceTag, __LINE__));
     if (result == nullptr) {
-        PatLog(3, "malloc failed!");
+        PatLog(qav::kLogFailure, "malloc failed!");
         return qav::ReturnUInt(state, qav::kFailed);
     }
     (void)memset_s(result, sizeof(*result), 0, sizeof(*result));
@@ -235,16 +236,16 @@ QAV_ENTRY_FUNCTION QAV_AddRiskCheckResult(lua_State *state) {
     uint32_t code = qav::kFailed;
     uint32_t rc = QAV_SetXmlNodeContentGetInput(state, path, group, result);
     if (rc != 0) {
-        PatLog(3, "QAV_SetXmlNodeContentGetInput failed, ret is %u.", rc);
+        PatLog(qav::kLogFailure, "QAV_SetXmlNodeContentGetInput failed, ret is %u.", rc);
     } else {
         xmlNodePtr root = nullptr;
         xmlDocPtr doc = QAV_ParseAndCheckXmlFile(path, kRootName, &root);
         if (doc == nullptr) {
-            PatLog(3, "Check xml file(%s) fail!", path);
+            PatLog(qav::kLogFailure, "Check xml file(%s) fail!", path);
         } else {
             rc = QAV_AddCheckResult(root, group, result);
             if (rc != 0) {
-                PatLog(3, "QAV_AddCheckResult failed, ret is %u.", rc);
+                PatLog(qav::kLogFailure, "QAV_AddCheckResult failed, ret is %u.", rc);
             } else {
                 xmlChar *memory = nullptr;
                 int size = 0;
@@ -252,7 +253,7 @@ QAV_ENTRY_FUNCTION QAV_AddRiskCheckResult(lua_State *state) {
                 if (memory != nullptr) ZAK_Adapt_xmlFree(memory);
                 int saved = ZAK_Adapt_xmlSaveFormatFileEnc(path, doc, kEncoding, 1);
                 if (saved < 0)
-                    PatLog(3, "xmlSaveFile failed, ret is %u.", static_cast<uint32_t>(saved));
+                    PatLog(qav::kLogFailure, "xmlSaveFile failed, ret is %u.", static_cast<uint32_t>(saved));
                 else
                     code = qav::kOk;
             }
@@ -269,14 +270,14 @@ uint32_t QAV_RiskCheckParaCheckGetInput(lua_State *state, char *xml, const char 
                                         const char **version) {
     int32_t argc = SYSDT_SPTI_GetTop(state);
     if (argc != 3) {
-        PatLog(3, "Format path ParaNum %d wrong.", argc);
+        PatLog(qav::kLogFailure, "Format path ParaNum %d wrong.", argc);
         return qav::kFailed;
     }
     const char *texts[3];
     for (int i = 0; i < 3; ++i) {
         texts[i] = SYSDT_SPTI_ToString(state, i + 1);
         if (texts[i] == nullptr) {
-            PatLog(3, "String param %d is null", i + 1);
+            PatLog(qav::kLogFailure, "String param %d is null", i + 1);
             return qav::kFailed;
         }
     }
@@ -293,28 +294,29 @@ QAV_ENTRY_FUNCTION QAV_RiskCheckParaCheck(lua_State *state) {
     const char *expectedVersion = nullptr;
     uint32_t rc = QAV_RiskCheckParaCheckGetInput(state, xml, &expectedType, &expectedVersion);
     if (rc != 0) {
-        PatLog(3, "QAV_RiskCheckParaCheckGetInput failed, ret is %u.", rc);
+        PatLog(qav::kLogFailure, "QAV_RiskCheckParaCheckGetInput failed, ret is %u.", rc);
         return qav::ReturnUInt(state, qav::kFailed);
     }
     char packageType[64] = {0};
     rc =
         RPM_ParseXmlElementNodeValueByPath_HOOK(xml, "Product/PackageType", packageType, sizeof(packageType));
     if (rc != 0) {
-        PatLog(3, "Get PackageType from file(%s) fail! RetCode:%u.", xml, rc);
+        PatLog(qav::kLogFailure, "Get PackageType from file(%s) fail! RetCode:%u.", xml, rc);
         return qav::ReturnUInt(state, kPackageUnreadable);
     }
     if (std::strncmp(expectedType, packageType, 64) != 0) {
-        PatLog(3, "the PackageType(%s) is diff from vercfg.xml(%s)", expectedType, packageType);
+        PatLog(qav::kLogFailure, "the PackageType(%s) is diff from vercfg.xml(%s)", expectedType,
+               packageType);
         return qav::ReturnUInt(state, kPackageMismatch);
     }
     char version[64] = {0};
     rc = RPM_ParseXmlElementNodeValueByPath_HOOK(xml, "Product/Version", version, sizeof(version));
     if (rc != 0) {
-        PatLog(3, "Get Version from file(%s) fail! RetCode:%u.", xml, rc);
+        PatLog(qav::kLogFailure, "Get Version from file(%s) fail! RetCode:%u.", xml, rc);
         return qav::ReturnUInt(state, kPackageUnreadable);
     }
     if (std::strncmp(expectedVersion, version, 32) != 0) {
-        PatLog(3, "the Version(%s) is diff from vercfg.xml(%s)", expectedVersion, version);
+        PatLog(qav::kLogFailure, "the Version(%s) is diff from vercfg.xml(%s)", expectedVersion, version);
         return qav::ReturnUInt(state, kPackageMismatch);
     }
     return qav::ReturnUInt(state, qav::kOk);
@@ -323,18 +325,18 @@ QAV_ENTRY_FUNCTION QAV_RiskCheckParaCheck(lua_State *state) {
 uint32_t QAV_SCH_ReportProcessGetInput(lua_State *state, uint32_t *code, char *text1, char *text2) {
     int32_t argc = SYSDT_SPTI_GetTop(state);
     if (argc != 3) {
-        PatLog(3, "Format path ParaNum %d wrong.", argc);
+        PatLog(qav::kLogFailure, "Format path ParaNum %d wrong.", argc);
         return qav::kFailed;
     }
     *code = SYSDT_SPTI_ToUInt(state, 1);
     const char *first = SYSDT_SPTI_ToString(state, 2);
     if (first == nullptr) {
-        PatLog(3, "String param 2 is null");
+        PatLog(qav::kLogFailure, "String param 2 is null");
         return qav::kFailed;
     }
     const char *second = SYSDT_SPTI_ToString(state, 3);
     if (second == nullptr) {
-        PatLog(3, "String param 3 is null");
+        PatLog(qav::kLogFailure, "String param 3 is null");
         return qav::kFailed;
     }
     (void)snprintf_truncated_s(text1, 256, "%s", first);
@@ -349,7 +351,7 @@ QAV_ENTRY_FUNCTION QAV_RiskCheckReport(lua_State *state) {
     uint32_t rc = QAV_SCH_ReportProcessGetInput(state, &checkCode, text1, text2);
     if (rc != 0) {
         // The message names the reader of another report; the log searches expect it.
-        PatLog(3, "QAV_SCH_ReportProcessGetInput failed, ret is %u.", rc);
+        PatLog(qav::kLogFailure, "QAV_SCH_ReportProcessGetInput failed, ret is %u.", rc);
         return qav::ReturnUInt(state, qav::kFailed);
     }
     auto *control = static_cast<QAV_EVENT_CTRL *>(
