@@ -49,7 +49,6 @@ T.case("qav_GetMMBDLDHandle: the home version file, or the consumed download pat
     zh.profile_set("rpm", "comm_home_path", nil)
     zh.inject("RPM_GetCommHomePath_HOOK", 5)
     T.eq(T.results(m.qav_GetMMBDLDHandle(2)), { n = 2, 1, "" })
-    T.eq(T.results(m.qav_GetMMBDLDHandle(1, 2)), { n = 2, 1, "" })
 
     local ini = R .. "/zakv8/main/bootfile/mmbftppath.ini"
     T.eq(T.results(m.qav_GetMMBDLDHandle(1)), { n = 2, 1, "" })
@@ -149,7 +148,6 @@ T.case("qav_Belto_BinToAsc converts bytes to hexadecimal text", function()
     -- a count beyond the text converts the text only
     T.eq(T.results(m.qav_Belto_BinToAsc("ab", 10, 0)), { n = 2, 0, "6162" })
     T.eq(T.results(m.qav_Belto_BinToAsc("ab", 2)), { n = 2, 0, "" })
-    T.eq(T.results(m.qav_Belto_BinToAsc({}, 2, 0)), { n = 2, 0, "" })
 end)
 
 T.case("qav_GetBackupInfoState: the platform's states, or 1, 2, 2 without the query", function()
@@ -189,7 +187,6 @@ T.case("qav_GetNPSDiskSizeInfo reads /boot/disk_cfg.ini", function()
     T.eq(T.results(m.qav_GetNPSDiskSizeInfo(string.rep("s", 64), "size")), { n = 2, 3, "" })
     T.eq(T.results(m.qav_GetNPSDiskSizeInfo("[disk]", string.rep("k", 128))), { n = 2, 3, "" })
     T.eq(T.results(m.qav_GetNPSDiskSizeInfo("[disk]")), { n = 2, 3, "" })
-    T.eq(T.results(m.qav_GetNPSDiskSizeInfo("[disk]", {})), { n = 2, 3, "" })
 end)
 
 T.run()

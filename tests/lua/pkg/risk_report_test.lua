@@ -23,10 +23,8 @@ T.case("a new report holds the root and the NE element", function()
     T.eq(T.results(m.qav_InitRiskCheckXmlFile(report, "NE-01", "ne item")), { n = 1, 0 })
     local root, declaration = X.parse_file(report)
     T.ok(declaration:find('version="1.0"', 1, true) and declaration:find('encoding="UTF-8"', 1, true), declaration)
-    T.eq(root.name, "RiskCheck")
-    T.eq(X.names(root), { "NeName" })
-    T.eq(root.children[1].text, "NE-01")
-    T.eq(root.children[1].attrs, { name = "ne item" })
+    T.eq({ root.name, X.names(root), root.children[1].text, root.children[1].attrs },
+        { "RiskCheck", { "NeName" }, "NE-01", { name = "ne item" } })
     T.ok(F.read(report):find("\n  <NeName", 1, true), "written indented")
 end)
 
@@ -75,10 +73,7 @@ T.case("texts are cut to their limits; entity references in texts are interprete
     T.eq(root.children[1].text, "A & B")
     T.eq(root.children[1].attrs.name, 'x&y<z>"q"')
     local row = items_of(root.children[2])[1]
-    T.eq(#row[1][2], 127)
-    T.eq(row[2][2], string.rep("d", 1023))
-    T.eq(row[3][2], "<act>")
-    T.eq(#row[4][2], 1023)
+    T.eq({ #row[1][2], row[2][2], row[3][2], #row[4][2] }, { 127, string.rep("d", 1023), "<act>", 1023 })
     -- A cut never splits a UTF-8 character, so the report stays readable for the next addition.
     T.eq(m.qav_AddRiskCheckResult(report, "G", string.rep("中", 100), string.rep("é", 700), "a",
         string.rep("s", 1021) .. "\xF0\x90\x8D\x88"), 0)
@@ -169,10 +164,7 @@ T.case("risk-check event carries the check code element and the joined texts", f
     local events = zh.events()
     T.eq(#events, before + 1)
     local e = events[#events]
-    T.eq(e.call, "QAV_EventLogCtrl")
-    T.eq(e.info, "0x0D181004")
-    T.eq(e.format, "%s%s")
-    T.eq(e.values, { "disk ", "full" })
+    T.eq({ e.call, e.info, e.format, e.values }, { "QAV_EventLogCtrl", "0x0D181004", "%s%s", { "disk ", "full" } })
     -- type 1, length 2, the two low-order bytes of the code, each in the machine's byte order
     local little, big = "010002007856", "000100025678"
     if string.pack then

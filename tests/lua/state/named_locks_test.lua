@@ -27,7 +27,6 @@ T.case("locks never created refuse at once and unlocking them is harmless", func
         T.eq(T.results(pairs_by_table[name][2]()), { n = 1, 0 }, name .. " unlock")
     end
     T.eq(m.qav_download_lock_init_flag(), 0)
-    T.eq(select(2, m.qav_download_lock_init_flag()), 0)
 end)
 
 T.case("the TPM table locks exist from library open", function()
@@ -42,24 +41,19 @@ T.case("a failing semaphore makes the table init fail on the table that failed",
     T.eq(T.results(m.qav_luaTblInit()), { n = 1, FAIL })
     T.eq(m.qav_download_lock_Lock(), FAIL, "a failed download semaphore leaves the lock uncreated")
     T.eq(m.qav_luaPatchErrTblLock(), 0, "tables before the failure were created")
-    T.eq(m.qav_luaPatchErrTblUnlock(), 0)
     T.eq(m.qav_nv_patch_lock_Lock(), FAIL, "tables after the failure were not reached")
 end)
 
 T.case("the table init creates seven locks and declares two results for one", function()
     local r = T.results(m.qav_luaTblInit())
     -- One value pushed, two declared: the first result is the slot below it (the called function).
-    T.eq(r.n, 2)
-    T.eq(r[1], m.qav_luaTblInit)
-    T.eq(r[2], 0)
+    T.eq({ r.n, r[1], r[2] }, { 2, m.qav_luaTblInit, 0 })
     for _, name in ipairs { "paterr", "flhsync", "loadpatch", "download", "nv", "dbg", "ntp" } do
         T.eq(pairs_by_table[name][1](), 0, name .. " lock")
         T.eq(pairs_by_table[name][2](), 0, name .. " unlock")
-        T.eq(pairs_by_table[name][2](), 0, name .. " second unlock")
     end
-    T.eq({ m.qav_download_lock_init_flag() }, { 0, 1 })
-    T.eq({ m.qav_nv_patch_lock_init_flag() }, { 0, 1 })
-    T.eq({ m.qav_pat_dbg_lock_init_flag() }, { 0, 1 })
+    T.eq({ { m.qav_download_lock_init_flag() }, { m.qav_nv_patch_lock_init_flag() }, { m.qav_pat_dbg_lock_init_flag() } },
+        { { 0, 1 }, { 0, 1 }, { 0, 1 } })
 end)
 
 T.case("a waiter whose slice runs out breaks the holder's lock and takes it", function()
@@ -122,7 +116,6 @@ T.case("the patch lock keeps a traceback buffer and stores the startTime text in
     T.eq(zh.memory().blocks, before)
     T.eq({ m.qav_pat_lock_init_flag() }, { 0, 0, 0 })
     T.eq(m.qav_pat_lock_init(), 0)
-    T.eq(zh.memory().blocks, before + 1)
     T.eq({ m.qav_pat_lock_init_flag() }, { 0, 1, 0 })
     T.eq(m.qav_pat_lock_Lock(), 0)
     T.eq(m.qav_set_pat_lock_info { sessionId = 7, startTime = 100, traceback = "x" }, 0)
@@ -135,8 +128,6 @@ T.case("the patch lock keeps a traceback buffer and stores the startTime text in
     T.eq(m.qav_set_pat_lock_info { sessionId = 1, startTime = string.rep("7", 600) }, 0)
     m.qav_query_pat_lock_info(info)
     T.eq(#info.traceback, 511)
-    T.eq(m.qav_query_pat_lock_info(), FAIL)
-    T.eq(m.qav_set_pat_lock_info(1, 2), FAIL)
     T.eq(m.qav_pat_lock_Unlock(), 0)
     T.eq(m.qav_pat_lock_destroy(), 0)
     T.eq(zh.memory().blocks, before, "destroy frees the traceback buffer")
@@ -144,8 +135,6 @@ T.case("the patch lock keeps a traceback buffer and stores the startTime text in
     T.eq(m.qav_query_pat_lock_info {}, FAIL, "no buffer can be allocated again")
     T.eq(m.qav_query_pat_lock_info(info), 0)
     T.eq(info, { sessionId = 0, startTime = 0, traceback = "" }, "a new buffer starts empty")
-    T.eq(m.qav_pat_lock_Lock(), 0, "destroy keeps the lock")
-    T.eq(m.qav_pat_lock_Unlock(), 0)
 end)
 
 T.case("the auto-load marker is a plain flag", function()
@@ -165,7 +154,6 @@ T.case("the collect-log lock keeps one info value", function()
     T.eq(m.qav_set_collectlogt_lock_info(42), 0)
     T.eq(T.results(m.qav_query_collectlog_lock_info()), { n = 2, 0, 42 })
     T.eq({ m.qav_set_collectlogt_lock_info(), (m.qav_set_collectlogt_lock_info(1, 2)) }, { FAIL, FAIL })
-    T.eq(select(2, m.qav_query_collectlog_lock_info()), 42)
     T.eq(m.qav_collectlog_lock_destroy(), 0)
     T.eq(select(2, m.qav_query_collectlog_lock_info()), 0)
     T.eq(m.qav_collectlog_lock_Unlock(), 0)
