@@ -10,10 +10,7 @@ local capture = T.capture
 
 -- Hex cipher text of `plain` under openssl's AES-CBC.
 local function openssl_encrypt(plain, keyHex, ivHex, nopad)
-    local path = R .. "/vector_plain"
-    local f = assert(io.open(path, "wb"))
-    f:write(plain)
-    f:close()
+    local path = T.write(R .. "/vector_plain", plain)
     local bits = #keyHex * 4
     return capture(("openssl enc -aes-%d-cbc -K %s -iv %s %s -in '%s' | od -An -v -tx1 | tr -d ' \\n'")
         :format(bits, keyHex, ivHex, nopad and "-nopad" or "", path))
@@ -61,8 +58,9 @@ T.case("wrong keys, bad hex, modes and lengths are refused", function()
     T.eq(decrypt(0, key:sub(1, 30) .. "zz", iv, c), { n = 2, 1, "" }, "non-hex pair")
     T.eq(decrypt(0, key, iv, string.rep("00", 129)), { n = 2, 1, "" }, "more than 128 bytes")
     T.eq(T.results(m.qav_CRYPT_Decrypt_Ext(0, key, 300, iv, 32, c, #c)), { n = 2, 1, "" }, "stated length past 128 bytes")
-    T.eq(T.results(m.qav_CRYPT_Decrypt_Ext(0, key, 32, iv, 32, c)), { n = 2, 1, "" }, "six arguments")
-    T.eq(T.results(m.qav_CRYPT_Decrypt_Ext(0, key, 32, nil, 32, c, #c)), { n = 2, 1, "" }, "missing IV")
+    -- six arguments; a missing IV
+    T.eq({ T.results(m.qav_CRYPT_Decrypt_Ext(0, key, 32, iv, 32, c)), T.results(m.qav_CRYPT_Decrypt_Ext(0, key, 32, nil, 32, c, #c)) },
+        { { n = 2, 1, "" }, { n = 2, 1, "" } })
     -- Without padding the cipher text must be whole blocks.
     T.ok(decrypt(1, key, iv, c:sub(1, 30))[1] ~= 0)
     zh.inject("CRYPT_decrypt", 55)

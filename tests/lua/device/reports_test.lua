@@ -31,7 +31,6 @@ T.case("each notice sends its arguments under its own info code", function()
     notice("0x08091023", "%u%u", { 1, 30 })
     T.eq(T.results(m.szak_setDelayVote(false, 0)), { n = 1, 0 })
     notice("0x08091023", "%u%u", { 0, 0 })
-    T.eq(#zh.events(), 5)
 end)
 
 T.case("wrong argument counts give 5005 and a base-log line, no record", function()
@@ -63,9 +62,8 @@ T.case("unusable arguments give 5005 and no record", function()
     end
     T.eq(zh.events(), {})
     -- the limits themselves are accepted
-    T.eq(T.results(m.qav_ReportProcess(3, 100, string.rep("d", 255))), { n = 1, 0 })
-    T.eq(T.results(m.qav_ReportVMCollectFinish(1, 0, string.rep("v", 1023))), { n = 1, 0 })
-    T.eq(#zh.events(), 2)
+    T.eq({ T.results(m.qav_ReportProcess(3, 100, string.rep("d", 255))), T.results(m.qav_ReportVMCollectFinish(1, 0, string.rep("v", 1023))),
+        #zh.events() }, { { n = 1, 0 }, { n = 1, 0 }, 2 })
 end)
 
 T.case("a failing event log is logged and its status pushed", function()

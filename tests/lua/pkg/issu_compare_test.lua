@@ -18,9 +18,7 @@ local base = {
 }
 
 T.case("identical packages give code 0 and two empty tables", function()
-    local a = P.desc("same_a.xml", base)
-    local b = P.desc("same_b.xml", base)
-    T.eq(issu(a, b), { n = 3, 0, {}, {} })
+    T.eq(issu(P.desc("same_a.xml", base), P.desc("same_b.xml", base)), { n = 3, 0, {}, {} })
 end)
 
 T.case("modified, added and removed entities are numbered across the three lists", function()
@@ -38,10 +36,8 @@ T.case("modified, added and removed entities are numbered across the three lists
         { "fresh", id = 9 },
     })
     local r = issu(a, b)
-    T.eq(r.n, 3)
-    T.eq(r[1], 0)
     local d = r[2]
-    T.eq(#d, 4)
+    T.eq({ r.n, r[1], #d }, { 3, 0, 4 })
     T.eq(d[1], {
         EntityId = 1, Entity = "alpha", Version = "1.1", CurVersion = "1.0", CompVersion = "0.9",
         Type = "process", UpgradeMode = "hitless", IncompatibleUpgradeMode = "restart",
@@ -87,11 +83,8 @@ T.case("Required lists the whole requirement chain, entity sections only, in nam
     changed[1] = { "core", version = "2.0" }
     local b = P.desc("chain_b.xml", changed)
     local r = issu(a, b)
-    T.eq(#r[2], 1)
-    T.eq(entities(r[2][1].Required), { "mid", "top" })
     -- core and everything requiring it form one group; board is a member but not listed.
-    T.eq(entities(r[3][1]), { "core", "mid", "top" })
-    T.eq(#r[3], 1)
+    T.eq({ #r[2], entities(r[2][1].Required), entities(r[3][1]), #r[3] }, { 1, { "mid", "top" }, { "core", "mid", "top" }, 1 })
 end)
 
 T.case("a requirement cycle is listed once and ends", function()
@@ -102,9 +95,7 @@ T.case("a requirement cycle is listed once and ends", function()
     local a = P.desc("cyc_a.xml", cycle)
     local b = P.desc("cyc_b.xml", { { "x", version = "2", require = "y" }, cycle[2], cycle[3] })
     local r = issu(a, b)
-    T.eq(entities(r[2][1].Required), { "y", "z" })
-    T.eq(#r[3], 1)
-    T.eq(#r[3][1], 3)
+    T.eq({ entities(r[2][1].Required), #r[3], #r[3][1] }, { { "y", "z" }, 1, 3 })
 end)
 
 T.case("groups without an entity-section member take no number", function()
@@ -146,10 +137,10 @@ T.case("failing package manager calls end the comparison with their codes", func
     -- The second object cannot be made: the first load's code, 0, is the result.
     zh.inject("ISSU_PKG_CreatePkg", 0, 1)
     T.eq(issu(a, b), { n = 1, 0 })
-    zh.inject("ISSU_Pkg_Compare", -7)
-    T.eq(issu(a, b), { n = 1, -7 })
-    zh.inject("ISSU_PtrListCreate", 0)
-    T.eq(issu(a, b), { n = 1, -1 })
+    for _, f in ipairs { { "ISSU_Pkg_Compare", -7, -7 }, { "ISSU_PtrListCreate", 0, -1 } } do
+        zh.inject(f[1], f[2])
+        T.eq(issu(a, b), { n = 1, f[3] }, f[1])
+    end
     -- Failures inside the Required walk keep the entity with what was gathered.
     zh.inject("ISSU_CDT_Create", 0)
     local r = issu(a, b)

@@ -25,18 +25,13 @@ local function names(list)
 end
 
 T.case("the sample database of a new sandbox answers", function()
-    T.eq(sample.n, 1)
-    T.eq(sample[1].rib.matched[1].Entity, "base")
-    T.eq(sample[1].rib.mismatched, {})
+    T.eq({ sample.n, sample[1].rib.matched[1].Entity, sample[1].rib.mismatched }, { 1, "base", {} })
 end)
 
 T.case("rpm_listcpt lists the known names in order and marks them", function()
     T.eq(call("rpm_listcpt"), { n = 1, {} })
     local r = call("rpm_listcpt", "core", "nosuch", 42, "ospf", {})
-    T.eq(r.n, 1)
-    T.eq(names(r[1]), { "core", "ospf" })
-    T.eq({ r[1][1].ChangeFlag, r[1][2].ChangeFlag }, { 1, 1 })
-    T.eq(r[1][2].File, { "ospf.so" })
+    T.eq({ r.n, names(r[1]), r[1][1].ChangeFlag, r[1][2].ChangeFlag, r[1][2].File }, { 1, { "core", "ospf" }, 1, 1, { "ospf.so" } })
     -- A new call loads a new object: the database's own flag shows again.
     local w = call("rpm_whorequire", "core")
     T.eq(w[1].core.ChangeFlag, 5)
@@ -44,9 +39,7 @@ end)
 
 T.case("rpm_depend sorts each requirement into matched entities and mismatched relation texts", function()
     local r = call("rpm_depend", "fib", "ospf", "nosuch")
-    T.eq(r.n, 1)
-    T.eq(names(r[1].fib.matched), { "core" })
-    T.eq(r[1].fib.mismatched, {})
+    T.eq({ r.n, names(r[1].fib.matched), r[1].fib.mismatched }, { 1, { "core" }, {} })
     T.eq(names(r[1].ospf.matched), { "fib", "core" })
     T.eq(r[1].ospf.mismatched, { "fib > 1.5", "missing", "core < 1.0" })
     T.eq(r[1].nosuch, { matched = {}, mismatched = {} })
@@ -66,10 +59,7 @@ end)
 
 T.case("rpm_whorequire gives each entity with everything that requires it", function()
     local r = call("rpm_whorequire", "core", "cli")
-    T.eq(r.n, 1)
-    T.eq(names(r[1].core.Required), { "cli", "fib", "ospf" })
-    T.eq(r[1].core.Entity, "core")
-    T.eq(r[1].cli.Required, {})
+    T.eq({ r.n, names(r[1].core.Required), r[1].core.Entity, r[1].cli.Required }, { 1, { "cli", "fib", "ospf" }, "core", {} })
 end)
 
 T.case("rpm_whorequire of an unknown name stores below the result table", function()
@@ -82,14 +72,11 @@ T.case("rpm_whorequire of an unknown name stores below the result table", functi
 end)
 
 T.case("without a database the queries return nothing", function()
-    zh.inject("ISSU_PKG_CreatePkg", 0, 0, 3)
-    T.eq(call("rpm_listcpt", "core"), { n = 0 })
-    T.eq(call("rpm_depend", "core"), { n = 0 })
-    T.eq(call("rpm_whorequire", "core"), { n = 0 })
-    zh.inject("ISSU_PKG_Load", -2, 0, 3)
-    T.eq(call("rpm_listcpt", "core"), { n = 0 })
-    T.eq(call("rpm_depend", "core"), { n = 0 })
-    T.eq(call("rpm_whorequire", "core"), { n = 0 })
+    for _, f in ipairs { { "ISSU_PKG_CreatePkg", 0 }, { "ISSU_PKG_Load", -2 } } do
+        zh.inject(f[1], f[2], 0, 3)
+        T.eq({ call("rpm_listcpt", "core"), call("rpm_depend", "core"), call("rpm_whorequire", "core") },
+            { { n = 0 }, { n = 0 }, { n = 0 } }, f[1])
+    end
     zh.inject()
     zh.profile_set("pkgmgr", "entity_db", "/zakv8/main/data/absent.xml")
     T.eq(call("rpm_listcpt", "core"), { n = 0 })

@@ -23,10 +23,8 @@ T.case("a new report holds the root and the NE element", function()
     T.eq(T.results(m.qav_InitRiskCheckXmlFile(report, "NE-01", "ne item")), { n = 1, 0 })
     local root, declaration = X.parse_file(report)
     T.ok(declaration:find('version="1.0"', 1, true) and declaration:find('encoding="UTF-8"', 1, true), declaration)
-    T.eq(root.name, "RiskCheck")
-    T.eq(X.names(root), { "NeName" })
-    T.eq(root.children[1].text, "NE-01")
-    T.eq(root.children[1].attrs, { name = "ne item" })
+    T.eq({ root.name, X.names(root), root.children[1].text, root.children[1].attrs },
+        { "RiskCheck", { "NeName" }, "NE-01", { name = "ne item" } })
     T.ok(F.read(report):find("\n  <NeName", 1, true), "written indented")
 end)
 
@@ -40,9 +38,9 @@ end)
 
 T.case("results are numbered per group; groups follow in order of first use", function()
     T.eq(m.qav_InitRiskCheckXmlFile(report, "NE", "item"), 0)
-    T.eq(m.qav_AddRiskCheckResult(report, "Disk", "space", "disk is full", "stop", "clean it"), 0)
-    T.eq(m.qav_AddRiskCheckResult(report, "Disk", "inodes", "few left", "warn", "remove files"), 0)
-    T.eq(m.qav_AddRiskCheckResult(report, "Link", "peer", "down", "stop", "fix link"), 0)
+    T.eq({ m.qav_AddRiskCheckResult(report, "Disk", "space", "disk is full", "stop", "clean it"),
+        m.qav_AddRiskCheckResult(report, "Disk", "inodes", "few left", "warn", "remove files"),
+        m.qav_AddRiskCheckResult(report, "Link", "peer", "down", "stop", "fix link") }, { 0, 0, 0 })
     local root = X.parse_file(report)
     T.eq(X.names(root), { "NeName", "Disk", "Link" })
     T.eq(items_of(root.children[2]), {
@@ -61,10 +59,8 @@ T.case("a result under NeName lands in the element made at creation, after its t
     T.eq(m.qav_InitRiskCheckXmlFile(report, "NE7", "item"), 0)
     T.eq(m.qav_AddRiskCheckResult(report, "NeName", "c", "d", "a", "s"), 0)
     local root = X.parse_file(report)
-    T.eq(X.names(root), { "NeName" })
     local ne = root.children[1]
-    T.ok(ne.text:find("NE7", 1, true) == 1, "text kept first: " .. tostring(ne.text))
-    T.eq(#items_of(ne), 1)
+    T.eq({ X.names(root), ne.text:find("NE7", 1, true), #items_of(ne) }, { { "NeName" }, 1, 1 }, "text kept first")
 end)
 
 T.case("texts are cut to their limits; entity references in texts are interpreted, attributes escaped", function()
@@ -72,13 +68,9 @@ T.case("texts are cut to their limits; entity references in texts are interprete
     local long = string.rep("d", 1500)
     T.eq(m.qav_AddRiskCheckResult(report, "G", string.rep("c", 200), long, "&lt;act&gt;", string.rep("s", 1024)), 0)
     local root = X.parse_file(report)
-    T.eq(root.children[1].text, "A & B")
-    T.eq(root.children[1].attrs.name, 'x&y<z>"q"')
+    T.eq({ root.children[1].text, root.children[1].attrs.name }, { "A & B", 'x&y<z>"q"' })
     local row = items_of(root.children[2])[1]
-    T.eq(#row[1][2], 127)
-    T.eq(row[2][2], string.rep("d", 1023))
-    T.eq(row[3][2], "<act>")
-    T.eq(#row[4][2], 1023)
+    T.eq({ #row[1][2], row[2][2], row[3][2], #row[4][2] }, { 127, string.rep("d", 1023), "<act>", 1023 })
     -- A cut never splits a UTF-8 character, so the report stays readable for the next addition.
     T.eq(m.qav_AddRiskCheckResult(report, "G", string.rep("中", 100), string.rep("é", 700), "a",
         string.rep("s", 1021) .. "\xF0\x90\x8D\x88"), 0)
@@ -91,32 +83,26 @@ end)
 T.case("a report that is not a RiskCheck document is never changed", function()
     local content = '<?xml version="1.0"?>\n<Other><NeName>x</NeName></Other>\n'
     F.write(report, content)
-    T.eq(m.qav_AddRiskCheckResult(report, "G", "c", "d", "a", "s"), 1)
-    T.eq(F.read(report), content)
-    T.has_line(F.patch_log(), "Root element name error, 'Other' should be 'RiskCheck'!")
-    T.has_line(F.patch_log(), "Check xml file(" .. report .. ") fail!")
+    T.eq({ m.qav_AddRiskCheckResult(report, "G", "c", "d", "a", "s"), F.read(report) }, { 1, content })
+    T.has_lines(F.patch_log(), { "Root element name error, 'Other' should be 'RiskCheck'!", "Check xml file(" .. report .. ") fail!" })
     F.write(report, "not xml at all")
-    T.eq(m.qav_AddRiskCheckResult(report, "G", "c", "d", "a", "s"), 1)
+    T.eq({ m.qav_AddRiskCheckResult(report, "G", "c", "d", "a", "s"), F.read(report) }, { 1, "not xml at all" })
     T.has_line(F.patch_log(), "There is no xml:(" .. report .. ")!")
-    T.eq(F.read(report), "not xml at all")
-    T.eq(m.qav_AddRiskCheckResult(F.root .. "/absent.xml", "G", "c", "d", "a", "s"), 1)
-    T.ok(not F.exists(F.root .. "/absent.xml"))
+    T.eq({ m.qav_AddRiskCheckResult(F.root .. "/absent.xml", "G", "c", "d", "a", "s"), F.exists(F.root .. "/absent.xml") }, { 1, false })
 end)
 
 T.case("bad argument lists give 1 with the reason", function()
     local mark = T.mark("patch")
     T.eq(T.results(m.qav_InitRiskCheckXmlFile(report, "NE")), { n = 1, 1 })
-    T.has_line(F.patch_log(), "Format path ParaNum 2 wrong.")
     T.has_line(T.since(mark), " L3 QAV_GetAndCheckXmlFileInitInfoFromInput failed, ret is 1.")
+    T.has_line(F.patch_log(), "Format path ParaNum 2 wrong.")
     T.eq({ m.qav_InitRiskCheckXmlFile(report, {}, "i"), m.qav_InitRiskCheckXmlFile(report, "n", nil) }, { 1, 1 })
     T.has_lines(F.patch_log(), { "get NeName failed.", "get NeItemName failed." })
     T.eq(m.qav_InitRiskCheckXmlFile(report, "n", "i"), 0)
     T.eq({ T.results(m.qav_AddRiskCheckResult(report, "G", "c", "d", "a")),
         m.qav_AddRiskCheckResult(report, "G", "c", {}, "a", "s") }, { { n = 1, 1 }, 1 })
-    T.has_lines(F.patch_log(), { "Format path ParaNum 5 wrong.", "get xml description failed." })
-    T.has_line(F.patch_log(), "QAV_SetXmlNodeContentGetInput failed, ret is 1.")
-    T.eq(m.qav_AddRiskCheckResult(report, string.rep("g", 128), "c", "d", "a", "s"), 1)
-    T.eq(X.names(X.parse_file(report)), { "NeName" })
+    T.has_lines(F.patch_log(), { "Format path ParaNum 5 wrong.", "get xml description failed.", "QAV_SetXmlNodeContentGetInput failed, ret is 1." })
+    T.eq({ m.qav_AddRiskCheckResult(report, string.rep("g", 128), "c", "d", "a", "s"), X.names(X.parse_file(report)) }, { 1, { "NeName" } })
 end)
 
 T.case("platform failures: save, owner change, allocation, node creation", function()
@@ -131,22 +117,19 @@ T.case("platform failures: save, owner change, allocation, node creation", funct
     zh.inject("ZAK_Malloc_F")
     T.eq(m.qav_AddRiskCheckResult(report, "G", "c", "d", "a", "s"), 1)
     T.has_line(F.patch_log(), "malloc failed!")
-    zh.inject("ZAK_Adapt_xmlNewChild", 0, 2)
-    T.eq(m.qav_AddRiskCheckResult(report, "G", "c", "d", "a", "s"), 1)
-    T.eq(X.names(X.parse_file(report)), { "NeName" }, "a failed addition is not saved")
-    zh.inject("ZAK_Adapt_xmlSaveFormatFileEnc", -1)
-    T.eq(m.qav_AddRiskCheckResult(report, "G", "c", "d", "a", "s"), 1)
-    T.eq(X.names(X.parse_file(report)), { "NeName" })
+    for _, f in ipairs { { "ZAK_Adapt_xmlNewChild", 0, 2 }, { "ZAK_Adapt_xmlSaveFormatFileEnc", -1, 0 } } do
+        zh.inject(f[1], f[2], f[3])
+        T.eq({ m.qav_AddRiskCheckResult(report, "G", "c", "d", "a", "s"), X.names(X.parse_file(report)) }, { 1, { "NeName" } },
+            "a failed addition is not saved: " .. f[1])
+    end
     -- A real write failure: libxml2's own message and the path with the reason go to syslog.
     T.eq(m.qav_InitRiskCheckXmlFile(report .. "/r.xml", "n", "i"), 1)
-    T.has_line(zh.log_lines("syslog"), "libxml2 I/O error: Not a directory")
-    T.has_line(zh.log_lines("syslog"), "cannot write " .. report .. "/r.xml: Not a directory")
+    T.has_lines(zh.log_lines("syslog"), { "libxml2 I/O error: Not a directory", "cannot write " .. report .. "/r.xml: Not a directory" })
     T.eq(zh.memory().blocks, before)
 end)
 
 T.case("package parameter check against Product/PackageType and Product/Version", function()
-    local v = "V100R001C10SPC200B010" .. string.rep("x", 11)
-    T.eq(#v, 32)
+    local v = "V100R001C10SPC200B010" .. string.rep("x", 11) -- 32 characters
     local dir = F.package({}, "--set", "PackageType=VNFC", "--set", "Version=" .. v .. "AAA")
     local xml = dir .. "/vercfg.xml"
     -- Versions are compared over 32 characters: a difference after them passes.
@@ -167,12 +150,9 @@ T.case("risk-check event carries the check code element and the joined texts", f
     local before = #zh.events()
     T.eq(T.results(m.qav_RiskCheckReport(0x12345678, "disk ", "full")), { n = 1, 0 })
     local events = zh.events()
-    T.eq(#events, before + 1)
     local e = events[#events]
-    T.eq(e.call, "QAV_EventLogCtrl")
-    T.eq(e.info, "0x0D181004")
-    T.eq(e.format, "%s%s")
-    T.eq(e.values, { "disk ", "full" })
+    T.eq(#events, before + 1)
+    T.eq({ e.call, e.info, e.format, e.values }, { "QAV_EventLogCtrl", "0x0D181004", "%s%s", { "disk ", "full" } })
     -- type 1, length 2, the two low-order bytes of the code, each in the machine's byte order
     local little, big = "010002007856", "000100025678"
     if string.pack then
@@ -182,9 +162,7 @@ T.case("risk-check event carries the check code element and the joined texts", f
         T.ok(e.control == little or e.control == big, e.control)
     end
     zh.inject("QAV_EventLogCtrl", 9)
-    T.eq(m.qav_RiskCheckReport(1, "a", "b"), 9)
-    T.eq(m.qav_RiskCheckReport(1, "a"), 1)
-    T.eq(m.qav_RiskCheckReport(1, "a", {}), 1)
+    T.eq({ m.qav_RiskCheckReport(1, "a", "b"), m.qav_RiskCheckReport(1, "a"), m.qav_RiskCheckReport(1, "a", {}) }, { 9, 1, 1 })
     T.has_lines(F.patch_log(), { "String param 3 is null", "QAV_SCH_ReportProcessGetInput failed, ret is 1." })
     zh.inject("ZAK_Malloc_F", 0, 1)
     T.eq(m.qav_RiskCheckReport(1, "a", "b"), 1)

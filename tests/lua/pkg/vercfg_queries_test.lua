@@ -73,12 +73,10 @@ end
 
 T.case("startup software: kind 0 whole, kind 1 without the device prefix", function()
     write_zakcfg("flash0:V0/base/last.zip")
-    T.eq({ m.qav_RpmGetPkgInfo(0) }, { 0, "flash0:V1/base/start.zip" })
-    T.eq({ m.qav_RpmGetPkgInfo(1) }, { 0, "V0/base/last.zip" })
+    T.eq({ { m.qav_RpmGetPkgInfo(0) }, { m.qav_RpmGetPkgInfo(1) } }, { { 0, "flash0:V1/base/start.zip" }, { 0, "V0/base/last.zip" } })
     write_zakcfg("")
     T.eq({ m.qav_RpmGetPkgInfo(1) }, { 0, "V2/base/current.zip" }, "empty last falls back to current")
-    T.eq({ m.qav_RpmGetPkgInfo(2) }, { 1, "" })
-    T.eq({ m.qav_RpmGetPkgInfo() }, { 1, "" })
+    T.eq({ { m.qav_RpmGetPkgInfo(2) }, { m.qav_RpmGetPkgInfo() } }, { { 1, "" }, { 1, "" } })
     F.write(zakcfg, "[other]\n")
     T.eq({ m.qav_RpmGetPkgInfo(0) }, { 1, "" })
 end)
@@ -96,29 +94,26 @@ local hot = F.package({ ["p1.pat"] = "patch one", ["p2.pat"] = "patch two", ["co
 local hotXml = hot .. "/vercfg.xml"
 
 T.case("file name of a type code: the first of several nodes wins; the digest is checked on request", function()
-    T.eq({ m.qav_GetFileNameFromVercfg(hotXml, 20, 0) }, { 0, "p1.pat" })
-    T.eq({ m.qav_GetFileNameFromVercfg(hotXml, 2, 1) }, { 0, "cold.pat" })
-    T.eq({ m.qav_GetFileNameFromVercfg(hotXml, 20, 1) }, { 0, "p1.pat" })
+    T.eq({ { m.qav_GetFileNameFromVercfg(hotXml, 20, 0) }, { m.qav_GetFileNameFromVercfg(hotXml, 2, 1) },
+        { m.qav_GetFileNameFromVercfg(hotXml, 20, 1) } }, { { 0, "p1.pat" }, { 0, "cold.pat" }, { 0, "p1.pat" } })
     F.write(hot .. "/p1.pat", "patch onE")
     T.eq({ m.qav_GetFileNameFromVercfg(hotXml, 20, 1) }, { 1, "" })
     T.has_line(F.patch_log(), "QAV_CheckPatPkgSha failed, ret is 1.")
     F.write(hot .. "/p1.pat", "patch one")
     T.eq({ m.qav_GetFileNameFromVercfg(hotXml, 7, 0) }, { 1, "" })
-    T.has_line(F.patch_log(), "xml file TypeCode is inconsistent with patch type, vercfg is " .. hotXml ..
-        ", file type is 7!")
-    T.has_line(F.patch_log(), "QAV_RpmGetPatPkgInfo failed, ret is 1.")
+    T.has_lines(F.patch_log(), { "xml file TypeCode is inconsistent with patch type, vercfg is " .. hotXml .. ", file type is 7!",
+        "QAV_RpmGetPatPkgInfo failed, ret is 1." })
     T.eq({ { m.qav_GetFileNameFromVercfg(hotXml, 20) }, { m.qav_GetFileNameFromVercfg({}, 20, 0) } },
         { { 1, "" }, { 1, "" } })
-    T.has_lines(F.patch_log(), { "Format path ParaNum 2 wrong.", "get xmlFile name failed." })
-    T.has_line(F.patch_log(), "QAV_GetFileNameFromVercfgGetInput failed, ret is 1.")
+    T.has_lines(F.patch_log(), { "Format path ParaNum 2 wrong.", "get xmlFile name failed.",
+        "QAV_GetFileNameFromVercfgGetInput failed, ret is 1." })
 end)
 
 T.case("file name by destination object type needs exactly one node", function()
     T.eq({ m.qav_GetFileNameFromVercfgByDestObjType(hotXml, "riskcheck") }, { 0, "p1.pat" })
     T.eq({ m.qav_GetFileNameFromVercfgByDestObjType(hotXml, "") }, { 1, "" })
-    T.has_line(F.patch_log(), "xml file TypeCode is inconsistent with patch type, vercfg is " .. hotXml ..
-        ", DestObjType is !")
-    T.has_line(F.patch_log(), "QAV_GetRiskCheckPkgPath failed, ret is 1.")
+    T.has_lines(F.patch_log(), { "xml file TypeCode is inconsistent with patch type, vercfg is " .. hotXml .. ", DestObjType is !",
+        "QAV_GetRiskCheckPkgPath failed, ret is 1." })
     T.eq({ m.qav_GetFileNameFromVercfgByDestObjType(hotXml, string.rep("t", 128)) }, { 1, "" })
     T.has_line(F.patch_log(), "QAV_GetFileNameFromVercfgByDestObjTypeGetInput failed, ret is 1.")
     local before = zh.memory().blocks
@@ -136,8 +131,7 @@ T.case("combined query: seven texts in order, eight results on every path", func
     -- A wrong call reads as code 0.
     T.eq({ T.results(m.qav_GetInfoFromXml(base)), T.results(m.qav_GetInfoFromXml({}, true)) },
         { { n = 8, 0, "", "", "", "", "", "", "" }, { n = 8, 0, "", "", "", "", "", "", "" } })
-    T.has_lines(F.patch_log(), { "Format path ParaNum 1 wrong.", "String Param is null." })
-    T.has_line(F.patch_log(), "===Get info from vercfg.xml===")
+    T.has_lines(F.patch_log(), { "Format path ParaNum 1 wrong.", "String Param is null.", "===Get info from vercfg.xml===" })
 end)
 
 T.case("combined query failures carry the code of the element that failed", function()
@@ -154,12 +148,10 @@ T.case("combined query failures carry the code of the element that failed", func
 end)
 
 T.case("file information of a single node by mode", function()
-    T.eq({ m.qav_GetFileInfoFromXml(0, base, 1) }, { 0, "app.bin" })
-    T.eq({ m.qav_GetFileInfoFromXml(0, base, 2) }, { 0, 0x1234 })
+    T.eq({ { m.qav_GetFileInfoFromXml(0, base, 1) }, { m.qav_GetFileInfoFromXml(0, base, 2) } }, { { 0, "app.bin" }, { 0, 0x1234 } })
     T.eq(T.results(m.qav_GetFileInfoFromXml(0, base, 3)), { n = 2, 1, "" })
     T.eq({ m.qav_GetFileInfoFromXml(20, hot, 1) }, { 1, "" }, "two nodes")
-    T.eq({ m.qav_GetFileInfoFromXml(0, F.root .. "/nowhere", 1) }, { 1, "" })
-    T.eq({ m.qav_GetFileInfoFromXml(0, base) }, { 1, "" })
+    T.eq({ { m.qav_GetFileInfoFromXml(0, F.root .. "/nowhere", 1) }, { m.qav_GetFileInfoFromXml(0, base) } }, { { 1, "" }, { 1, "" } })
     -- Numbers with leading zeros are decimal, not octal.
     local zeros = F.package({ ["z.pat"] = "z" }, "--set", "VersionType=HotPatch", "--file", "z.pat,type=020,attr=010")
     T.eq({ m.qav_GetFileInfoFromXml(20, zeros, 2) }, { 0, 10 })
@@ -170,8 +162,7 @@ T.case("file information of a single node by mode", function()
 end)
 
 T.case("MIM count: type code 1 nodes", function()
-    T.eq({ m.qav_GetMimNumFromXml(base) }, { 0, 1 })
-    T.eq({ m.qav_GetMimNumFromXml(hot) }, { 0, 0 })
+    T.eq({ { m.qav_GetMimNumFromXml(base) }, { m.qav_GetMimNumFromXml(hot) } }, { { 0, 1 }, { 0, 0 } })
     T.eq({ m.qav_GetMimNumFromXml(F.root .. "/nowhere") }, { 0x31C470, 0 })
     T.has_line(zh.log_lines("upgrade"), "Get destination type 1 file node number from file(" .. F.root ..
         "/nowhere/vercfg.xml) fail! RetCode:")
@@ -184,17 +175,14 @@ T.case("name lists and the VNFC test", function()
     local before = zh.memory().blocks
     local names = F.package({ ["a.cc"] = "a", ["b"] = "b" })
     local xml = names .. "/vercfg.xml"
-    T.eq(T.results(m.qav_GetFileListFromVerCfgXml(xml)), { n = 2, 0, "a.cc;b;" })
-    T.eq(T.results(m.qav_GetVnfcPathListFromVercfgXml(xml)), { n = 2, 0, "a;b;" })
-    T.eq(T.results(m.qav_IsVnfcVercfgXml(xml)), { n = 2, 0, true })
+    T.eq({ T.results(m.qav_GetFileListFromVerCfgXml(xml)), T.results(m.qav_GetVnfcPathListFromVercfgXml(xml)),
+        T.results(m.qav_IsVnfcVercfgXml(xml)) }, { { n = 2, 0, "a.cc;b;" }, { n = 2, 0, "a;b;" }, { n = 2, 0, true } })
     local zips = F.package({ ["a.zip"] = "a", ["b"] = "b" })
     T.eq({ m.qav_IsVnfcVercfgXml(zips .. "/vercfg.xml") }, { 0, false })
     local empty = F.package({}, "--file", "x.y,type=5")
-    T.eq({ m.qav_IsVnfcVercfgXml(empty .. "/vercfg.xml") }, { 0, true })
-    T.eq({ m.qav_GetVnfcPathListFromVercfgXml(empty .. "/vercfg.xml") }, { 0, "" })
-    T.eq({ m.qav_GetFileListFromVerCfgXml(empty .. "/vercfg.xml") }, { 0, "x.y;" })
-    T.eq(T.results(m.qav_GetFileListFromVerCfgXml(F.root .. "/none.xml")), { n = 1, 1 })
-    T.eq(T.results(m.qav_IsVnfcVercfgXml()), { n = 1, 1 })
+    T.eq({ { m.qav_IsVnfcVercfgXml(empty .. "/vercfg.xml") }, { m.qav_GetVnfcPathListFromVercfgXml(empty .. "/vercfg.xml") },
+        { m.qav_GetFileListFromVerCfgXml(empty .. "/vercfg.xml") } }, { { 0, true }, { 0, "" }, { 0, "x.y;" } })
+    T.eq({ T.results(m.qav_GetFileListFromVerCfgXml(F.root .. "/none.xml")), T.results(m.qav_IsVnfcVercfgXml()) }, { { n = 1, 1 }, { n = 1, 1 } })
     zh.inject("RPM_ParseXmlAllFileNodeInfo_HOOK")
     T.eq(T.results(m.qav_GetFileListFromVerCfgXml(xml)), { n = 1, 1 })
     -- A name longer than its 129-byte share of the list buffer overflows it.

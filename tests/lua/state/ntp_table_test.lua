@@ -30,24 +30,21 @@ T.case("a get returns the name argument, 0 and the entry's items", function()
 end)
 
 T.case("a get needs exactly one string", function()
-    T.eq(T.results(m.qav_get_ntp_unicast_info()), { n = 1, -1 })
-    T.eq(T.results(m.qav_get_ntp_unicast_info("a", "b")), { n = 1, -1 })
-    T.eq(T.results(m.qav_get_ntp_unicast_info({})), { n = 1, -1 })
+    T.eq({ T.results(m.qav_get_ntp_unicast_info()), T.results(m.qav_get_ntp_unicast_info("a", "b")),
+        T.results(m.qav_get_ntp_unicast_info({})) }, { { n = 1, -1 }, { n = 1, -1 }, { n = 1, -1 } })
 end)
 
 T.case("an unnamed entry stops the set, and the sweep still removes what was not reached", function()
     m.qav_set_ntp_unicast_info { server("A"), server("old1"), server("old2") }
     local unnamed = { { fid = 1, value = 2 } }
     T.eq(m.qav_set_ntp_unicast_info { server("A", 9), unnamed, server("C") }, 0)
-    T.eq(lookup("A")[1][2].value, 9)
-    T.eq(lookup("C"), {}, "entries after the stop are not read")
-    T.eq({ lookup("old1"), (lookup("old2")) }, { {}, {} })
+    -- entries after the stop are not read; the sweep removes the old ones
+    T.eq({ lookup("A")[1][2].value, lookup("C"), lookup("old1"), (lookup("old2")) }, { 9, {}, {}, {} })
 end)
 
 T.case("an item of the wrong type stops the set at that entry", function()
     T.eq(m.qav_set_ntp_unicast_info { server("A"), { { fid = 20, value = "B" }, { fid = 7, value = 1 } }, server("C") }, 0)
-    T.eq(#lookup("A"), 1)
-    T.eq({ lookup("B"), (lookup("C")) }, { {}, {} })
+    T.eq({ #lookup("A"), lookup("B"), (lookup("C")) }, { 1, {}, {} })
     m.qav_set_ntp_unicast_info { server("A"), { { fid = 20, value = "B" }, { fid = 1, value = "x" } } }
     T.eq(lookup("B"), {}, "fid 1 must be a number")
     m.qav_set_ntp_unicast_info { { { fid = 12, value = "yes" }, { fid = 20, value = "B" } } }
@@ -69,9 +66,7 @@ T.case("surviving names keep their nodes; a failed allocation loses only the new
     local blocks = zh.memory().blocks
     zh.inject("ZAK_Malloc_F", 0)
     T.eq(m.qav_set_ntp_unicast_info { server("a"), server("b"), server("c") }, 0)
-    T.eq(zh.memory().blocks, blocks)
-    T.eq(lookup("c"), {})
-    T.eq(#lookup("b"), 1)
+    T.eq({ zh.memory().blocks, lookup("c"), #lookup("b") }, { blocks, {}, 1 })
     T.eq(m.qav_set_ntp_unicast_info("x"), S.FAIL, "a set argument that is not a table is refused")
     T.eq(#lookup("a"), 1, "and changes nothing")
 end)

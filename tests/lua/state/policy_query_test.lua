@@ -15,10 +15,7 @@ local function paths(...)
     for i, p in ipairs({ ... }) do list[i] = { path = p[1], oper = p[2] } end
     return list
 end
-local function query(u, list, count)
-    local r = T.results(m.qav_vfm_PolicyQuery(u, count or #list, list))
-    return r
-end
+local function query(u, list, count) return T.results(m.qav_vfm_PolicyQuery(u, count or #list, list)) end
 local function answer(file, path, detail, allow, text)
     return { fileAccess = file, pathAccess = path, detailType = detail, operAllow = allow, path = text }
 end
@@ -96,11 +93,10 @@ end)
 T.case("argument errors give 0x401C02 alone and leave nothing allocated", function()
     reset()
     local good = paths({ "flash0:/a", R })
-    T.eq(T.results(m.qav_vfm_PolicyQuery(user(3, 0), 1)), { n = 1, BAD_ARGS })
-    T.eq(T.results(m.qav_vfm_PolicyQuery(user(3, 0), 1, good, 1)), { n = 1, BAD_ARGS })
-    T.eq(T.results(m.qav_vfm_PolicyQuery("user", 1, good)), { n = 1, BAD_ARGS })
-    T.eq(T.results(m.qav_vfm_PolicyQuery(user(3, 0), {}, good)), { n = 1, BAD_ARGS })
-    T.eq(T.results(m.qav_vfm_PolicyQuery(user(3, 0), 1, "paths")), { n = 1, BAD_ARGS })
+    for i, args in ipairs { { user(3, 0), 1 }, { user(3, 0), 1, good, 1 }, { "user", 1, good }, { user(3, 0), {}, good },
+                            { user(3, 0), 1, "paths" } } do
+        T.eq(T.results(m.qav_vfm_PolicyQuery(table.unpack(args))), { n = 1, BAD_ARGS }, "call " .. i)
+    end
     for _, key in ipairs({ "policyDeliverType", "userLrID", "userVrID", "userID", "userLevel", "userGroup" }) do
         local u = user(3, 0)
         u[key] = "high"
@@ -108,12 +104,11 @@ T.case("argument errors give 0x401C02 alone and leave nothing allocated", functi
         u[key] = nil
         T.eq(query(u, good), { n = 1, BAD_ARGS }, key .. " missing")
     end
-    T.eq(query(user(3, 0), good, 0), { n = 1, BAD_ARGS }, "count 0 with a path")
-    T.eq(query(user(3, 0), good, -1), { n = 1, BAD_ARGS }, "negative count")
-    T.eq(query(user(3, 0), good, 2), { n = 1, BAD_ARGS }, "count beyond the array")
-    T.eq(query(user(3, 0), { { path = "flash0:/a", oper = 1 }, "not a table" }), { n = 1, BAD_ARGS })
-    T.eq(query(user(3, 0), { { oper = 1 } }), { n = 1, BAD_ARGS }, "no path")
-    T.eq(query(user(3, 0), { { path = 12, oper = 1 } }), { n = 1, BAD_ARGS }, "a number is not a path")
+    -- counts 0 with a path, negative, beyond the array; an element not a table, without a path, a number as path
+    for i, c in ipairs { { good, 0 }, { good, -1 }, { good, 2 }, { { { path = "flash0:/a", oper = 1 }, "not a table" } },
+                         { { { oper = 1 } } }, { { { path = 12, oper = 1 } } } } do
+        T.eq(query(user(3, 0), c[1], c[2]), { n = 1, BAD_ARGS }, "case " .. i)
+    end
     no_leak()
     -- elements beyond the count are ignored, whatever they are
     T.eq(query(user(3, 0), { { path = "flash0:/a", oper = R }, "junk" }, 1),
@@ -147,20 +142,17 @@ T.case("qav_vfm_FormatPath: canonical paths", function()
         T.eq(T.results(m.qav_vfm_FormatPath(c[1], c[2])), { n = 2, 0, c[3] }, c[1])
     end
     T.eq(T.results(m.qav_vfm_FormatPath(12, false)), { n = 2, 0, "/12" }, "a number reads as text")
-    T.eq(T.results(m.qav_vfm_FormatPath("/..", false)), { n = 1, 0x401C11 })
-    T.eq(T.results(m.qav_vfm_FormatPath("", false)), { n = 1, 0x401C11 })
+    T.eq({ T.results(m.qav_vfm_FormatPath("/..", false)), T.results(m.qav_vfm_FormatPath("", false)) }, { { n = 1, 0x401C11 }, { n = 1, 0x401C11 } })
     local long = "/" .. string.rep("p", 254)
     T.eq(T.results(m.qav_vfm_FormatPath(long, false)), { n = 2, 0, long })
-    T.eq(T.results(m.qav_vfm_FormatPath(long .. "p", false)), { n = 1, 0x401C12 })
-    T.eq(T.results(m.qav_vfm_FormatPath(long, true)), { n = 1, 0x401C12 }, "no room for the '/'")
+    T.eq({ T.results(m.qav_vfm_FormatPath(long .. "p", false)), T.results(m.qav_vfm_FormatPath(long, true)) },
+        { { n = 1, 0x401C12 }, { n = 1, 0x401C12 } }, "no room for the '/'")
 end)
 
 T.case("qav_vfm_FormatPath: argument errors and platform failure", function()
     reset()
-    T.eq(T.results(m.qav_vfm_FormatPath("/a", 1)), { n = 1, BAD_ARGS })
-    T.eq(T.results(m.qav_vfm_FormatPath("/a")), { n = 1, BAD_ARGS })
-    T.eq(T.results(m.qav_vfm_FormatPath("/a", true, 1)), { n = 1, BAD_ARGS })
-    T.eq(T.results(m.qav_vfm_FormatPath({}, true)), { n = 1, BAD_ARGS })
+    T.eq({ T.results(m.qav_vfm_FormatPath("/a", 1)), T.results(m.qav_vfm_FormatPath("/a")), T.results(m.qav_vfm_FormatPath("/a", true, 1)),
+        T.results(m.qav_vfm_FormatPath({}, true)) }, { { n = 1, BAD_ARGS }, { n = 1, BAD_ARGS }, { n = 1, BAD_ARGS }, { n = 1, BAD_ARGS } })
     zh.inject("TFSI_FormatPath", 77)
     T.eq(T.results(m.qav_vfm_FormatPath("/a", true)), { n = 1, 77 })
 end)
