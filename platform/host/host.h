@@ -13,6 +13,8 @@
 #include <cstdarg>
 #include <vector>
 
+#include <nlohmann/json_fwd.hpp>
+
 extern "C" {
 #include <lua.h>
 }
@@ -154,32 +156,14 @@ void cut_context(std::string call);
 void cut_point_in_call(std::string_view what);
 
 // ---- Log store -------------------------------------------------------------------------------
-// A JSON value for structured records (event and stamp logs).
-struct Json {
-    enum class Kind { Null, Bool, Number, String, Array, Object } kind = Kind::Null;
-    bool boolean = false;
-    double number = 0;
-    std::string text;
-    std::vector<Json> items;                          // Array
-    std::vector<std::pair<std::string, Json>> fields; // Object, in insertion order
-    // Defined where Json is complete: the member vectors hold Json itself.
-    Json();
-    Json(const Json &);
-    Json(Json &&) noexcept;
-    Json &operator=(const Json &);
-    Json &operator=(Json &&) noexcept;
-    ~Json();
-    static Json of(bool v);
-    static Json of(double v);
-    static Json of(int64_t v);
-    static Json of(std::string v);
-    static Json array();
-    static Json object();
-    Json &set(std::string key, Json value);
-    Json &push(Json value);
-    std::string dump() const;
-    void push_lua(lua_State *state) const;
-};
+// A structured record (event and stamp logs): a JSON object that keeps its fields in the order
+// they were set.
+using Json = nlohmann::ordered_json;
+// The record as one line of JSON. Bytes of a text that are not UTF-8 become U+FFFD, so the line
+// stays valid JSON; nothing throws.
+std::string json_line(const Json &value);
+// Pushes the value as Lua data: objects and arrays as tables, null as nil.
+void push_lua(lua_State *state, const Json &value);
 // One text record: "<ISO time> 0x%08X L<level> <message>", one trailing line feed removed.
 void log_text(const char *log, uint32_t log_id, uint32_t level, std::string message);
 // One JSON record ("event", "stamp"); the store assigns "seq".

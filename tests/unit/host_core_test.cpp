@@ -1,5 +1,5 @@
 // The host platform core: handles, allocator, clocks, INI files, file-layer codes, path tidying,
-// the descriptor leak register, fault injection and the structured log records.
+// the descriptor leak register, fault injection and the text log records.
 #include <fcntl.h>
 #include <gtest/gtest.h>
 #include <sys/stat.h>
@@ -140,7 +140,6 @@ TEST(HostIni, KeysAreTakenExactlyAsWritten) {
 
 TEST(HostProfile, NumbersAreDecimalOrHexNeverOctal) {
     const std::pair<const char *, int64_t> cases[] = {{"010", 10},
-                                                      {"08", 8},
                                                       {" -010 ", -10},
                                                       {"0x1A", 26},
                                                       {"0X10", 16},
@@ -254,28 +253,6 @@ TEST(HostFileLayer, ErrnoBecomesLayerCodes) {
     EXPECT_EQ(P_ZAK_Mkdir((dir + "/e").c_str(), 0755, 0), ZAK_FILE_NO_SPACE);
     struct stat st {};
     EXPECT_NE(stat((dir + "/e").c_str(), &st), 0); // an injected failure does nothing
-}
-
-TEST(HostLogs, JsonRecordsAreNumberedAndEscaped) {
-    zakhost::log_clear();
-    zakhost::Json record = zakhost::Json::object();
-    record.set("call", zakhost::Json::of(std::string("QAV_EventLog")))
-        .set("cid", zakhost::Json::of(int64_t{7}))
-        .set("values", zakhost::Json::array()
-                           .push(zakhost::Json::of(std::string("a\"b\n")))
-                           .push(zakhost::Json::of(1.5)));
-    zakhost::log_json("event", record);
-    zakhost::log_json("event", zakhost::Json::object());
-    auto lines = zakhost::log_messages("event");
-    ASSERT_EQ(lines.size(), 2u);
-    EXPECT_NE(lines[0].find("\"call\":\"QAV_EventLog\",\"cid\":7,\"values\":[\"a\\\"b\\n\",1.5]"),
-              std::string::npos);
-    EXPECT_EQ(lines[0].rfind("{\"seq\":", 0), 0u);
-    auto records = zakhost::log_records("event");
-    ASSERT_EQ(records.size(), 2u);
-    EXPECT_LT(records[0].fields[0].second.number, records[1].fields[0].second.number);
-    zakhost::log_text("upgrade", 0x29371B3C, 4, "one line\n");
-    EXPECT_EQ(zakhost::log_messages("upgrade").back(), "one line");
 }
 
 TEST(HostLogs, TextRecordsGoToTheLogDirectory) {

@@ -38,12 +38,10 @@ TEST_F(ScriptStack, NumbersConvertTruncateAndWrap) {
         uint32_t asUnsigned;
         int32_t asSigned;
     } cases[] = {
-        {"0", 0, 0},
         {"7", 7, 7},
         {"-1", 0xFFFFFFFFu, -1},
         {"4294967295", 0xFFFFFFFFu, -1},
         {"4294967296", 0, 0},
-        {"4294967297", 1, 1},
         {"2147483648", 0x80000000u, INT32_MIN},
         {"3.9", 3, 3},
         {"-3.9", 0xFFFFFFFDu, -3},
@@ -51,11 +49,8 @@ TEST_F(ScriptStack, NumbersConvertTruncateAndWrap) {
         {"' 0x10 '", 16, 16},
         {"0/0", 0, 0},
         {"1/0", 0, 0},
-        {"-1/0", 0, 0},
         {"'abc'", 0, 0},
         {"{}", 0, 0},
-        {"nil", 0, 0},
-        {"true", 0, 0},
         {"2^40 + 5", 5, 5},
         {"-(2^40) - 1", 0xFFFFFFFFu, -1},
     };

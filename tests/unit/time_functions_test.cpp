@@ -71,7 +71,6 @@ RuleCase Case(int index) {
         {"CET-1CEST,M3.5.0/2,M10.5.0/3", Zone(false, 1, 0), ByWeekday(3, 5, 2, 10, 5, 3)},
         {"EST5EDT,M3.2.0/2,M11.1.0/2", Zone(true, 5, 0), ByWeekday(3, 2, 2, 11, 1, 2)},
         {"AEST-10AEDT,M10.1.0/2,M4.1.0/3", Zone(false, 10, 0), ByWeekday(10, 1, 2, 4, 1, 3)},
-        {"NZST-12NZDT,M9.5.0/2,M4.1.0/3", Zone(false, 12, 0), ByWeekday(9, 5, 2, 4, 1, 3)},
         {"XST-5:30XDT-6,J100/1,J232/1", Zone(false, 5, 30), byDay},
     };
     return cases[index];
@@ -117,7 +116,7 @@ TEST_P(ZoneSweep, GmtToLocalMatchesTheCLibraryEveryHalfHourFor2023To2026) {
     }
 }
 
-INSTANTIATE_TEST_SUITE_P(Rules, ZoneSweep, ::testing::Range(0, 5));
+INSTANTIATE_TEST_SUITE_P(Rules, ZoneSweep, ::testing::Range(0, 4));
 
 TEST(ZoneRecords, PackedLayoutMatchesThePlatformOffsets) {
     const size_t offsets[] = {offsetof(ZAK_TIME_ZONE, uiOption),    offsetof(ZAK_TIME_ZONE, ucHour),

@@ -68,54 +68,54 @@ std::string indented(const std::string &text, const char *prefix, size_t max_lin
 Json strings(const std::vector<std::string> &items) {
     Json array = Json::array();
     for (const auto &s : items)
-        array.push(Json::of(s));
+        array.push_back(s);
     return array;
 }
 
 Json to_json(const SweepReport &report) {
     Json j = Json::object();
-    j.set("tool", Json::of(std::string("qavlua sweep")));
-    j.set("kind", Json::of(report.kind));
-    j.set("script", Json::of(report.script));
-    j.set("args", strings(report.args));
-    if (!report.recover.empty()) j.set("recover", Json::of(report.recover));
-    if (!report.check.empty()) j.set("check", Json::of(report.check));
-    j.set("total", Json::of(static_cast<int64_t>(report.total)));
-    j.set("sampled", Json::of(static_cast<int64_t>(report.sampled)));
+    j["tool"] = std::string("qavlua sweep");
+    j["kind"] = report.kind;
+    j["script"] = report.script;
+    j["args"] = strings(report.args);
+    if (!report.recover.empty()) j["recover"] = report.recover;
+    if (!report.check.empty()) j["check"] = report.check;
+    j["total"] = report.total;
+    j["sampled"] = report.sampled;
     if (report.merged_shards.empty()) {
-        j.set("shard", Json::of(static_cast<int64_t>(report.shard)));
+        j["shard"] = report.shard;
     } else {
         Json merged = Json::array();
         for (int s : report.merged_shards)
-            merged.push(Json::of(static_cast<int64_t>(s)));
-        j.set("merged_shards", merged);
+            merged.push_back(s);
+        j["merged_shards"] = merged;
     }
-    j.set("shards", Json::of(static_cast<int64_t>(report.shards)));
-    j.set("jobs", Json::of(static_cast<int64_t>(report.jobs)));
-    j.set("ms", Json::of(static_cast<int64_t>(report.ms)));
+    j["shards"] = report.shards;
+    j["jobs"] = report.jobs;
+    j["ms"] = report.ms;
     Json summary = Json::object();
     for (const std::string &status : statuses(report.kind)) {
         int64_t n = 0;
         for (const SweepRun &run : report.runs)
             n += run.status == status ? 1 : 0;
-        summary.set(status, Json::of(n));
+        summary[status] = n;
     }
-    j.set("summary", summary);
+    j["summary"] = summary;
     Json runs = Json::array();
     for (const SweepRun &run : report.runs) {
         Json r = Json::object();
-        r.set("index", Json::of(static_cast<int64_t>(run.index)));
-        r.set("point", Json::of(run.point));
-        r.set("status", Json::of(run.status));
-        r.set("message", Json::of(run.message));
-        r.set("detail", Json::of(run.detail));
-        r.set("locks", strings(run.locks));
-        r.set("diff", strings(run.diff));
-        r.set("ms", Json::of(static_cast<int64_t>(run.ms)));
-        r.set("copy_us", Json::of(static_cast<int64_t>(run.copy_us)));
-        runs.push(r);
+        r["index"] = run.index;
+        r["point"] = run.point;
+        r["status"] = run.status;
+        r["message"] = run.message;
+        r["detail"] = run.detail;
+        r["locks"] = strings(run.locks);
+        r["diff"] = strings(run.diff);
+        r["ms"] = run.ms;
+        r["copy_us"] = run.copy_us;
+        runs.push_back(r);
     }
-    j.set("runs", runs);
+    j["runs"] = runs;
     return j;
 }
 
@@ -266,7 +266,7 @@ void print_summary(const SweepReport &report) {
 }
 
 bool write_json(const std::string &file, const SweepReport &report) {
-    return write_text(file, to_json(report).dump() + "\n");
+    return write_text(file, zakhost::json_line(to_json(report)) + "\n");
 }
 
 bool write_junit(const std::string &file, const SweepReport &report) {

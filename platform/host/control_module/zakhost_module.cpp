@@ -5,6 +5,8 @@ extern "C" {
 #include <lua.h>
 }
 
+#include <nlohmann/json.hpp>
+
 #include "host.h"
 
 namespace {
@@ -21,7 +23,7 @@ void push_records(lua_State *state, const char *log) {
     auto records = zakhost::log_records(log);
     lua_createtable(state, static_cast<int>(records.size()), 0);
     for (size_t i = 0; i < records.size(); ++i) {
-        records[i].push_lua(state);
+        zakhost::push_lua(state, records[i]);
         lua_rawseti(state, -2, static_cast<int>(i + 1));
     }
 }

@@ -11,6 +11,8 @@
 #include <mutex>
 #include <set>
 
+#include <nlohmann/json.hpp>
+
 #include "host.h"
 #include "os_env.h"
 
@@ -134,13 +136,53 @@ void log_text(const char *log, uint32_t log_id, uint32_t level, std::string mess
     append_file(log, line);
 }
 
+std::string json_line(const Json &value) {
+    return value.dump(-1, ' ', false, Json::error_handler_t::replace);
+}
+
+void push_lua(lua_State *state, const Json &value) {
+    switch (value.type()) {
+    case Json::value_t::boolean:
+        lua_pushboolean(state, value.get<bool>());
+        break;
+    case Json::value_t::number_integer:
+    case Json::value_t::number_unsigned:
+        lua_pushinteger(state, value.get<lua_Integer>());
+        break;
+    case Json::value_t::number_float:
+        lua_pushnumber(state, value.get<double>());
+        break;
+    case Json::value_t::string: {
+        const auto &text = value.get_ref<const std::string &>();
+        lua_pushlstring(state, text.data(), text.size());
+        break;
+    }
+    case Json::value_t::array:
+        lua_createtable(state, static_cast<int>(value.size()), 0);
+        for (size_t i = 0; i < value.size(); ++i) {
+            push_lua(state, value[i]);
+            lua_rawseti(state, -2, static_cast<int>(i + 1));
+        }
+        break;
+    case Json::value_t::object:
+        lua_createtable(state, 0, static_cast<int>(value.size()));
+        for (const auto &[key, item] : value.items()) {
+            push_lua(state, item);
+            lua_setfield(state, -2, key.c_str());
+        }
+        break;
+    default:
+        lua_pushnil(state);
+    }
+}
+
 void log_json(const char *log, Json record) {
     std::lock_guard lock(g_lock);
     Json numbered = Json::object();
-    numbered.set("seq", Json::of(static_cast<int64_t>(++g_seq)));
-    for (auto &f : record.fields)
-        numbered.set(f.first, std::move(f.second));
-    std::string line = numbered.dump();
+    numbered["seq"] = ++g_seq;
+    for (auto &[key, value] : record.items())
+        numbered[key] = std::move(value);
+    std::string line = json_line(numbered);
     LogBook &book = g_logs[log];
     book.messages.push_back(line);
     book.records.push_back(std::move(numbered));

@@ -8,10 +8,14 @@ extern "C" {
 #include <lauxlib.h>
 }
 
+#include <nlohmann/json.hpp>
+
 #include "host.h"
 #include "qav_event.h"
 
 namespace {
+
+using zakhost::Json;
 
 const char *const kCallNames[] = {"QAV_EventLog", "QAV_EventLogVs"};
 
@@ -21,32 +25,33 @@ std::string Hex32(uint32_t value) {
     return text;
 }
 
-zakhost::Json TimeObject(const SYS_TIME &t) {
-    zakhost::Json object = zakhost::Json::object();
-    object.set("year", zakhost::Json::of(static_cast<int64_t>(t.year)));
-    object.set("month", zakhost::Json::of(static_cast<int64_t>(t.month)));
-    object.set("date", zakhost::Json::of(static_cast<int64_t>(t.date)));
-    object.set("hour", zakhost::Json::of(static_cast<int64_t>(t.hour)));
-    object.set("minute", zakhost::Json::of(static_cast<int64_t>(t.minute)));
-    object.set("second", zakhost::Json::of(static_cast<int64_t>(t.second)));
-    object.set("week", zakhost::Json::of(static_cast<int64_t>(t.week)));
-    object.set("millSec", zakhost::Json::of(static_cast<int64_t>(t.millSec)));
+// SYS_TIME is packed: its fields are copied out, not bound by reference.
+Json TimeObject(const SYS_TIME &t) {
+    Json object = Json::object();
+    object["year"] = static_cast<uint32_t>(t.year);
+    object["month"] = static_cast<uint32_t>(t.month);
+    object["date"] = static_cast<uint32_t>(t.date);
+    object["hour"] = static_cast<uint32_t>(t.hour);
+    object["minute"] = static_cast<uint32_t>(t.minute);
+    object["second"] = static_cast<uint32_t>(t.second);
+    object["week"] = static_cast<uint32_t>(t.week);
+    object["millSec"] = static_cast<uint32_t>(t.millSec);
     return object;
 }
 
 // A value as it was passed, whatever the type string says.
-zakhost::Json AsPassed(const QAV_EVENT_VALUE &value) {
+Json AsPassed(const QAV_EVENT_VALUE &value) {
     switch (value.kind) {
     case QAV_EVENT_INT:
-        return zakhost::Json::of(static_cast<int64_t>(value.v.i));
+        return Json(value.v.i);
     case QAV_EVENT_UINT:
-        return zakhost::Json::of(static_cast<int64_t>(value.v.u));
+        return Json(value.v.u);
     case QAV_EVENT_STR:
-        return value.v.s != nullptr ? zakhost::Json::of(std::string(value.v.s)) : zakhost::Json{};
+        return value.v.s != nullptr ? Json(value.v.s) : Json{};
     case QAV_EVENT_TIME:
-        return value.v.t != nullptr ? TimeObject(*value.v.t) : zakhost::Json{};
+        return value.v.t != nullptr ? TimeObject(*value.v.t) : Json{};
     default:
-        return zakhost::Json{};
+        return Json{};
     }
 }
 
@@ -79,20 +84,19 @@ std::string ParseFormat(const char *format, std::vector<Slot> *slots) {
 
 // The value for one slot, or an error text. Integers of either sign fill %d and %u (the bits are
 // the same word); texts and time records must be what the slot asks for and not null.
-std::string Fill(Slot slot, const QAV_EVENT_VALUE &value, zakhost::Json *out) {
+std::string Fill(Slot slot, const QAV_EVENT_VALUE &value, Json *out) {
     switch (slot) {
     case Slot::Signed:
     case Slot::Unsigned: {
         if (value.kind != QAV_EVENT_INT && value.kind != QAV_EVENT_UINT) return "is not an integer";
         uint32_t bits = value.kind == QAV_EVENT_INT ? static_cast<uint32_t>(value.v.i) : value.v.u;
-        *out = slot == Slot::Signed ? zakhost::Json::of(static_cast<int64_t>(static_cast<int32_t>(bits)))
-                                    : zakhost::Json::of(static_cast<int64_t>(bits));
+        *out = slot == Slot::Signed ? Json(static_cast<int32_t>(bits)) : Json(bits);
         return {};
     }
     case Slot::Text:
         if (value.kind != QAV_EVENT_STR) return "is not a text";
         if (value.v.s == nullptr) return "is a null text";
-        *out = zakhost::Json::of(std::string(value.v.s));
+        *out = Json(value.v.s);
         return {};
     case Slot::Time:
         if (value.kind != QAV_EVENT_TIME) return "is not a time record";
@@ -118,37 +122,37 @@ std::string ControlBytes(const QAV_EVENT_CTRL *control) {
 uint32_t WriteRecord(const char *call, const char *extraKey, uint32_t componentId, uint32_t extra,
                      uint32_t infoCode, const char *format, const QAV_EVENT_VALUE *values, uint32_t count,
                      const QAV_EVENT_CTRL *control = nullptr) {
-    zakhost::Json record = zakhost::Json::object();
-    record.set("call", zakhost::Json::of(std::string(call)));
-    record.set("cid", zakhost::Json::of(static_cast<int64_t>(componentId)));
-    if (extraKey != nullptr) record.set(extraKey, zakhost::Json::of(static_cast<int64_t>(extra)));
-    record.set("info", zakhost::Json::of(Hex32(infoCode)));
-    record.set("format", format != nullptr ? zakhost::Json::of(std::string(format)) : zakhost::Json{});
-    if (control != nullptr) record.set("control", zakhost::Json::of(ControlBytes(control)));
+    Json record = Json::object();
+    record["call"] = call;
+    record["cid"] = componentId;
+    if (extraKey != nullptr) record[extraKey] = extra;
+    record["info"] = Hex32(infoCode);
+    record["format"] = format != nullptr ? Json(format) : Json();
+    if (control != nullptr) record["control"] = ControlBytes(control);
     if (values == nullptr) count = 0;
 
     std::vector<Slot> slots;
     std::string error = ParseFormat(format, &slots);
-    zakhost::Json filled = zakhost::Json::array();
+    Json filled = Json::array();
     if (error.empty() && slots.size() != count)
         error = "type string has " + std::to_string(slots.size()) + " values, " + std::to_string(count) +
                 " passed";
     for (size_t i = 0; error.empty() && i < slots.size(); ++i) {
-        zakhost::Json item;
+        Json item;
         std::string wrong = Fill(slots[i], values[i], &item);
         if (!wrong.empty()) error = "value " + std::to_string(i + 1) + " " + wrong;
-        filled.push(std::move(item));
+        filled.push_back(std::move(item));
     }
     if (error.empty()) {
-        record.set("values", std::move(filled));
+        record["values"] = std::move(filled);
         zakhost::log_json("event", std::move(record));
         return 0;
     }
-    zakhost::Json passed = zakhost::Json::array();
+    Json passed = Json::array();
     for (uint32_t i = 0; i < count; ++i)
-        passed.push(AsPassed(values[i]));
-    record.set("values", std::move(passed));
-    record.set("error", zakhost::Json::of(error));
+        passed.push_back(AsPassed(values[i]));
+    record["values"] = std::move(passed);
+    record["error"] = error;
     zakhost::log_json("event", std::move(record));
     return QAV_EVENT_MISMATCH;
 }

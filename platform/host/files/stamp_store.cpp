@@ -6,49 +6,50 @@
 #include <cstring>
 #include <string>
 
+#include <nlohmann/json.hpp>
+
 #include "host.h"
 #include "zak_memory.h"
 #include "zak_stamp.h"
 
 namespace {
 
-zakhost::Json u32(uint32_t value) {
-    return zakhost::Json::of(static_cast<int64_t>(value));
-}
+using zakhost::Json;
 
-zakhost::Json record_of(const char *call, uint32_t flag1, uint32_t flag2, const ZAK_STARTUP_STAMP *stamp) {
-    zakhost::Json record = zakhost::Json::object();
-    record.set("call", zakhost::Json::of(std::string(call)));
-    record.set("flag1", u32(flag1)).set("flag2", u32(flag2));
-    zakhost::Json values = zakhost::Json::array();
+Json record_of(const char *call, uint32_t flag1, uint32_t flag2, const ZAK_STARTUP_STAMP *stamp) {
+    Json record = Json::object();
+    record["call"] = call;
+    record["flag1"] = flag1;
+    record["flag2"] = flag2;
+    Json values = Json::array();
     for (uint32_t v : stamp->auiValue)
-        values.push(u32(v));
-    values.push(u32(stamp->uiValue4));
-    record.set("values", values);
-    record.set("text",
-               zakhost::Json::of(std::string(stamp->szText, strnlen(stamp->szText, sizeof stamp->szText))));
-    record.set("time", zakhost::Json::array().push(u32(stamp->auiTime[0])).push(u32(stamp->auiTime[1])));
+        values.push_back(v);
+    values.push_back(stamp->uiValue4);
+    record["values"] = std::move(values);
+    record["text"] = std::string(stamp->szText, strnlen(stamp->szText, sizeof stamp->szText));
+    record["time"] = Json::array({stamp->auiTime[0], stamp->auiTime[1]});
     return record;
 }
 
 // Describes and frees the items; a count above the record's capacity is cut to it.
-zakhost::Json take_items(ZAK_STARTUP_STAMP *stamp) {
-    zakhost::Json items = zakhost::Json::array();
+Json take_items(ZAK_STARTUP_STAMP *stamp) {
+    Json items = Json::array();
     uint32_t count = stamp->uiItemCount > ZAK_STAMP_MAX_ITEMS ? ZAK_STAMP_MAX_ITEMS : stamp->uiItemCount;
     for (uint32_t i = 0; i < count; ++i) {
         ZAK_STAMP_ITEM *item = stamp->apItems[i];
         if (item == nullptr) continue;
-        zakhost::Json entry = zakhost::Json::object();
-        entry.set("type", u32(item->usType)).set("length", u32(item->usLen));
+        Json entry = Json::object();
+        entry["type"] = item->usType;
+        entry["length"] = item->usLen;
         if (item->usType == ZAK_STAMP_ITEM_NUMBER && item->usLen == 4) {
             uint32_t value = 0;
             std::memcpy(&value, item->aucData, sizeof value);
-            entry.set("value", u32(value));
+            entry["value"] = value;
         } else if (item->usType == ZAK_STAMP_ITEM_TEXT) {
             const char *data = reinterpret_cast<const char *>(item->aucData);
-            entry.set("value", zakhost::Json::of(std::string(data, strnlen(data, item->usLen))));
+            entry["value"] = std::string(data, strnlen(data, item->usLen));
         }
-        items.push(entry);
+        items.push_back(std::move(entry));
         ZAK_Free_F(item, "stamp_store", __LINE__);
         stamp->apItems[i] = nullptr;
     }
@@ -84,11 +85,11 @@ uint32_t ZAK_StartupStampAdd(uint32_t flag1, uint32_t flag2, ZAK_STARTUP_STAMP *
         message = zakhost::vformat(format, values);
         va_end(values);
     }
-    zakhost::Json record = record_of("ZAK_StartupStampAdd", flag1, flag2, stamp);
-    record.set("kind", u32(kind));
-    record.set("message", zakhost::Json::of(message));
-    record.set("items", take_items(stamp));
-    zakhost::log_json("stamp", record);
+    Json record = record_of("ZAK_StartupStampAdd", flag1, flag2, stamp);
+    record["kind"] = kind;
+    record["message"] = message;
+    record["items"] = take_items(stamp);
+    zakhost::log_json("stamp", std::move(record));
     return 0;
 }
 
@@ -97,13 +98,13 @@ uint32_t ZAK_StartupStampAddImpl(uint32_t flag1, uint32_t flag2, ZAK_STARTUP_STA
     int64_t result = 0;
     bool fail = zakhost::injected("ZAK_StartupStampAddImpl", &result);
     if (stamp == nullptr) return 1;
-    zakhost::Json record = record_of("ZAK_StartupStampAddImpl", flag1, flag2, stamp);
-    record.set("option", u32(option));
-    record.set("item_count", u32(stamp->uiItemCount));
-    record.set("item_data_length", u32(stamp->uiItemDataLen));
-    record.set("items", take_items(stamp)); // taken over even when the store refuses the stamp
+    Json record = record_of("ZAK_StartupStampAddImpl", flag1, flag2, stamp);
+    record["option"] = option;
+    record["item_count"] = stamp->uiItemCount;
+    record["item_data_length"] = stamp->uiItemDataLen;
+    record["items"] = take_items(stamp); // taken over even when the store refuses the stamp
     if (fail) return result == 0 ? 1 : static_cast<uint32_t>(result);
-    zakhost::log_json("stamp", record);
+    zakhost::log_json("stamp", std::move(record));
     return 0;
 }
 
