@@ -39,6 +39,11 @@ T.case("two hot-patch nodes fail the type check only when asked for", function()
     T.eq(m.qav_CheckInfoFromXml(dir, false), 0x31C490)
     local empty = F.package({}, "--set", "NeType=VNFC_A")
     T.eq(m.qav_CheckInfoFromXml(empty, false), 0, "no file nodes")
+    -- A directory and file name too long for the joined path fail the check.
+    local sub = empty .. "/" .. string.rep("d", 242 - #empty)
+    F.mkdir(sub)
+    F.qavpkg("vercfg", sub, "--set", "NeType=VNFC_A", "--file", string.rep("n", 255) .. ",type=5")
+    T.eq(m.qav_CheckInfoFromXml(sub, false), 0x31C490)
 end)
 
 T.case("module check: application type and version lengths", function()
