@@ -118,6 +118,7 @@ end)
 T.case("failing paths of the RPG sequence leave nothing behind", function()
     -- only a directory whose name ends in .rpg
     F.qavpkg("rpg", home .. "/dironly.tar.gz", "--image", "", "--extra-dir", "fake.rpg", "--extra", "notes.txt")
+    F.mkdir(mountPoint) -- a mount point an earlier run left goes too
     T.eq(T.results(m.qav_ProcIssuOper(4, "dironly.tar.gz")), { n = 1, 1 })
     assert_clean("dironly.tar.gz")
     -- an image without rpg.rinfo: mounted, then unmounted and removed

@@ -102,7 +102,9 @@ T.case("bad argument lists give 1 with the reason", function()
     T.eq({ T.results(m.qav_AddRiskCheckResult(report, "G", "c", "d", "a")),
         m.qav_AddRiskCheckResult(report, "G", "c", {}, "a", "s") }, { { n = 1, 1 }, 1 })
     T.has_lines(F.patch_log(), { "Format path ParaNum 5 wrong.", "get xml description failed.", "QAV_SetXmlNodeContentGetInput failed, ret is 1." })
+    local sys = T.mark("syslog")
     T.eq({ m.qav_AddRiskCheckResult(report, string.rep("g", 128), "c", "d", "a", "s"), X.names(X.parse_file(report)) }, { 1, { "NeName" } })
+    T.has_line(T.since(sys), "FUNC(QAV_SetXmlNodeContentGetInput) return ")
 end)
 
 T.case("platform failures: save, owner change, allocation, node creation", function()

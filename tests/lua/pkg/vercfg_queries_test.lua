@@ -54,12 +54,14 @@ T.case("a version of 32 characters does not fit its buffer; a failed blank repla
 end)
 
 T.case("an application record that cannot be allocated reads as success with an empty text", function()
+    local before = zh.memory().blocks
     zh.inject("ZAK_Malloc_F")
     T.eq(T.results(m.qav_RpmGetVersionInfo(baseXml, 2)), { n = 2, 0, "" })
     T.has_line(F.patch_log(), "malloc failed, ret is 0.")
     zh.inject("RPM_ParseXmlGetAppInfo_HOOK", 7)
     T.eq({ m.qav_RpmGetVersionInfo(baseXml, 10) }, { 7, "" })
     T.has_line(F.patch_log(), "RPM_ParseXmlGetAppInfo_HOOK failed, ret is 7.")
+    T.eq(zh.memory().blocks, before)
 end)
 
 local zakcfg = F.common .. "/data/zakcfg.ini"
@@ -183,6 +185,8 @@ T.case("name lists and the VNFC test", function()
     T.eq({ { m.qav_IsVnfcVercfgXml(empty .. "/vercfg.xml") }, { m.qav_GetVnfcPathListFromVercfgXml(empty .. "/vercfg.xml") },
         { m.qav_GetFileListFromVerCfgXml(empty .. "/vercfg.xml") } }, { { 0, true }, { 0, "" }, { 0, "x.y;" } })
     T.eq({ T.results(m.qav_GetFileListFromVerCfgXml(F.root .. "/none.xml")), T.results(m.qav_IsVnfcVercfgXml()) }, { { n = 1, 1 }, { n = 1, 1 } })
+    zh.inject("RPM_ParseXmlDstTypeCodeFileNodeInfo_HOOK")
+    T.eq(T.results(m.qav_IsVnfcVercfgXml(xml)), { n = 1, 1 })
     zh.inject("RPM_ParseXmlAllFileNodeInfo_HOOK")
     T.eq(T.results(m.qav_GetFileListFromVerCfgXml(xml)), { n = 1, 1 })
     -- A name longer than its 129-byte share of the list buffer overflows it.

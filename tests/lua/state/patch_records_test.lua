@@ -40,6 +40,13 @@ T.case("each table stores groups and gives them back in the same shape", functio
     T.eq({ { m.qav_query_flhsync_record_num() }, { m.qav_query_loadpatch_record_num() } }, { { 0, 3 }, { 0, 3 } })
 end)
 
+T.case("a full sync table is stored with little of the interpreter's stack left", function()
+    local pad, data = {}, groups(1000, FLH.items, FLH.texts)
+    for i = 1, 999200 do pad[i] = false end
+    local function set(...) local rc = m.qav_set_flh_syncinfo(1000, data); return rc end
+    T.eq(set(table.unpack(pad)), 0)
+end)
+
 T.case("a patch error set above the capacity keeps the full count and reads on past it", function()
     T.eq({ m.qav_query_paterr_table_num() }, { 0, 200 })
     T.eq(m.qav_set_paterr_table_num(2), 0)
