@@ -146,58 +146,54 @@ std::string Sanitised(std::string text) {
     return text;
 }
 
+// Integer, float and dictionary-word values: at arguments and at table fields alike.
+void PushInteger(lua_State *L, Reader &in) {
+    lua_pushinteger(L, kIntegers[in.Byte() % std::size(kIntegers)]);
+}
+void PushFloat(lua_State *L, Reader &in) {
+    lua_pushnumber(L, kFloats[in.Byte() % std::size(kFloats)]);
+}
+void PushWord(lua_State *L, Reader &in) {
+    const std::string &w = Words()[in.Byte() % Words().size()];
+    lua_pushlstring(L, w.data(), w.size());
+}
+
 void PushScalarForTable(lua_State *L, Reader &in, uint8_t selector) {
     switch (selector % 5) {
     case 0:
-        lua_pushinteger(L, kIntegers[in.Byte() % std::size(kIntegers)]);
-        break;
+        return PushInteger(L, in);
     case 1:
-        lua_pushnumber(L, kFloats[in.Byte() % std::size(kFloats)]);
-        break;
-    case 2: {
-        const std::string &w = Words()[in.Byte() % Words().size()];
-        lua_pushlstring(L, w.data(), w.size());
-        break;
-    }
+        return PushFloat(L, in);
+    case 2:
+        return PushWord(L, in);
     case 3:
-        lua_pushboolean(L, in.Byte() & 1);
-        break;
+        return lua_pushboolean(L, in.Byte() & 1);
     default: // one level of nesting: the item form {{fid=..., value=...}}
         lua_createtable(L, 1, 0);
         lua_createtable(L, 0, 2);
-        lua_pushinteger(L, kIntegers[in.Byte() % std::size(kIntegers)]);
+        PushInteger(L, in);
         lua_setfield(L, -2, "fid");
-        lua_pushinteger(L, kIntegers[in.Byte() % std::size(kIntegers)]);
+        PushInteger(L, in);
         lua_setfield(L, -2, "value");
         lua_rawseti(L, -2, 1);
-        break;
     }
 }
 
 // Pushes one decoded argument. `earlier` is the index of a table holding the previous call's
 // results (or 0).
 void PushArgument(lua_State *L, Reader &in, int earlier) {
-    switch (in.Byte() % kKinds) {
+    switch (int kind = in.Byte() % kKinds) {
     case kNil:
-        lua_pushnil(L);
-        break;
+        return lua_pushnil(L);
     case kFalse:
-        lua_pushboolean(L, 0);
-        break;
     case kTrue:
-        lua_pushboolean(L, 1);
-        break;
+        return lua_pushboolean(L, kind == kTrue);
     case kInteger:
-        lua_pushinteger(L, kIntegers[in.Byte() % std::size(kIntegers)]);
-        break;
+        return PushInteger(L, in);
     case kFloat:
-        lua_pushnumber(L, kFloats[in.Byte() % std::size(kFloats)]);
-        break;
-    case kWord: {
-        const std::string &w = Words()[in.Byte() % Words().size()];
-        lua_pushlstring(L, w.data(), w.size());
-        break;
-    }
+        return PushFloat(L, in);
+    case kWord:
+        return PushWord(L, in);
     case kRawString: {
         size_t length = std::min<size_t>(in.Byte(), in.size - std::min(in.pos, in.size));
         std::string text(reinterpret_cast<const char *>(in.data + in.pos), length);
@@ -207,8 +203,7 @@ void PushArgument(lua_State *L, Reader &in, int earlier) {
         break;
     }
     case kEmptyTable:
-        lua_newtable(L);
-        break;
+        return lua_newtable(L);
     case kFieldTable: {
         uint8_t shape = in.Byte();
         int fields = shape & 7;
@@ -224,24 +219,15 @@ void PushArgument(lua_State *L, Reader &in, int earlier) {
         break;
     }
     case kNullPointer:
-        lua_pushlightuserdata(L, nullptr);
-        break;
+        return lua_pushlightuserdata(L, nullptr);
     case kHandle: {
         uint8_t pick = in.Byte();
-        lua_pushlightuserdata(L, g_streams.empty() ? nullptr : g_streams[pick % g_streams.size()]);
-        break;
+        return lua_pushlightuserdata(L, g_streams.empty() ? nullptr : g_streams[pick % g_streams.size()]);
     }
     default: { // kEarlierResult
         uint8_t pick = in.Byte();
-        if (earlier == 0) {
-            lua_pushnil(L);
-            break;
-        }
-        lua_Integer count = static_cast<lua_Integer>(lua_rawlen(L, earlier));
-        if (count == 0) {
-            lua_pushnil(L);
-            break;
-        }
+        lua_Integer count = earlier == 0 ? 0 : static_cast<lua_Integer>(lua_rawlen(L, earlier));
+        if (count == 0) return lua_pushnil(L);
         lua_rawgeti(L, earlier, pick % count + 1);
         // A stream closed since it was returned must not be passed again.
         if (lua_type(L, -1) == LUA_TLIGHTUSERDATA && lua_touserdata(L, -1) != nullptr &&
