@@ -50,8 +50,6 @@ TEST(LibraryOpen, ProcessObjectsOnceTpmTablesEveryOpen) {
               objects);
     EXPECT_EQ(g_pstAssignPortIDList, ports);
     EXPECT_NE(g_stTpmReportTable.lock.semaId, reportSema); // re-created on every open
-    EXPECT_EQ(g_stTpmReportTable.refreshInterval, 5u);
-    EXPECT_EQ(g_stTpmStatusTable.forceRefresh, 1u);
     for (lua_State *L : states)
         lua_close(L);
 }
