@@ -272,34 +272,26 @@ bool MayLeaveReadValues(const char *script) {
 // Even those stay within this many values above their arguments.
 constexpr int kMostLeftValues = 40;
 
-struct ProbeRecord {
-    int arguments = 0;
-    int declared = 0;
-    int height = 0;
-};
-ProbeRecord g_probe;
-
 // Calls the entry function (upvalue 1) directly, so that its own result count is seen before
 // any engine adjustment, and checks that count against the stack it left.
 int Probe(lua_State *L) {
     auto function = reinterpret_cast<lua_CFunction>(lua_touserdata(L, lua_upvalueindex(1)));
     const char *script = lua_tostring(L, lua_upvalueindex(2));
-    g_probe.arguments = lua_gettop(L);
-    g_probe.declared = function(L);
-    g_probe.height = lua_gettop(L);
-    if ((g_probe.declared < 0 || g_probe.declared > g_probe.height + 1) && !MayReturnBadCount(script))
+    const int arguments = lua_gettop(L);
+    const int declared = function(L);
+    const int height = lua_gettop(L);
+    if ((declared < 0 || declared > height + 1) && !MayReturnBadCount(script))
         CallFinding(script, "count",
-                    "result count " + std::to_string(g_probe.declared) + " with " +
-                        std::to_string(g_probe.height) + " values on the stack");
+                    "result count " + std::to_string(declared) + " with " + std::to_string(height) +
+                        " values on the stack");
     // What the engine's dispatcher takes: a count beyond the stack becomes the stack height, and
     // one more than the stack holds would hand back the called function's own slot.
-    int taken =
-        g_probe.declared >= 0 && g_probe.declared <= g_probe.height ? g_probe.declared : g_probe.height;
-    int grown = g_probe.height - g_probe.arguments;
+    int taken = declared >= 0 && declared <= height ? declared : height;
+    int grown = height - arguments;
     if (grown > taken && (!MayLeaveReadValues(script) || grown > kMostLeftValues))
         CallFinding(script, "growth",
-                    "left " + std::to_string(g_probe.height - g_probe.arguments) +
-                        " new values on the stack but returned " + std::to_string(g_probe.declared));
+                    "left " + std::to_string(grown) + " new values on the stack but returned " +
+                        std::to_string(declared));
     return taken;
 }
 
