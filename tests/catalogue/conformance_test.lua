@@ -21,6 +21,13 @@ local function fits(value, ty)
     return false
 end
 
+-- Calls a function; a directory stream belongs to the script until it closes it.
+local function answer(f, args, n)
+    local r = table.pack(m[f.name](table.unpack(args, 1, n)))
+    if f.name == "luafs_opendir" and type(r[1]) == "userdata" then m.luafs_closedir(r[1]) end
+    return r
+end
+
 -- One pass: samples maps a catalogued argument type to the value passed (nil: pass nothing).
 local function pass(samples)
     local checked = 0
@@ -34,9 +41,7 @@ local function pass(samples)
             end
         end
         zh.log_clear()
-        local r = table.pack(m[f.name](table.unpack(args, 1, n)))
-        -- A directory stream belongs to the script until it closes it.
-        if f.name == "luafs_opendir" and type(r[1]) == "userdata" then m.luafs_closedir(r[1]) end
+        local r = answer(f, args, n)
         local named = {}
         for _, l in ipairs(f.logs or {}) do named[l] = true end
         for l in pairs(C.logs) do
@@ -140,12 +145,6 @@ local function sample_args(f, n)
         args[i] = a and right[a.type:match("^[^|]+")] or 7
     end
     return args
-end
-
-local function answer(f, args, n)
-    local r = table.pack(m[f.name](table.unpack(args, 1, n)))
-    if f.name == "luafs_opendir" and type(r[1]) == "userdata" then m.luafs_closedir(r[1]) end
-    return r
 end
 
 T.case("the catalogued fewest and most arguments are not refused for their count", function()

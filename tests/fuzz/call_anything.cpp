@@ -146,58 +146,54 @@ std::string Sanitised(std::string text) {
     return text;
 }
 
+// Integer, float and dictionary-word values: at arguments and at table fields alike.
+void PushInteger(lua_State *L, Reader &in) {
+    lua_pushinteger(L, kIntegers[in.Byte() % std::size(kIntegers)]);
+}
+void PushFloat(lua_State *L, Reader &in) {
+    lua_pushnumber(L, kFloats[in.Byte() % std::size(kFloats)]);
+}
+void PushWord(lua_State *L, Reader &in) {
+    const std::string &w = Words()[in.Byte() % Words().size()];
+    lua_pushlstring(L, w.data(), w.size());
+}
+
 void PushScalarForTable(lua_State *L, Reader &in, uint8_t selector) {
     switch (selector % 5) {
     case 0:
-        lua_pushinteger(L, kIntegers[in.Byte() % std::size(kIntegers)]);
-        break;
+        return PushInteger(L, in);
     case 1:
-        lua_pushnumber(L, kFloats[in.Byte() % std::size(kFloats)]);
-        break;
-    case 2: {
-        const std::string &w = Words()[in.Byte() % Words().size()];
-        lua_pushlstring(L, w.data(), w.size());
-        break;
-    }
+        return PushFloat(L, in);
+    case 2:
+        return PushWord(L, in);
     case 3:
-        lua_pushboolean(L, in.Byte() & 1);
-        break;
+        return lua_pushboolean(L, in.Byte() & 1);
     default: // one level of nesting: the item form {{fid=..., value=...}}
         lua_createtable(L, 1, 0);
         lua_createtable(L, 0, 2);
-        lua_pushinteger(L, kIntegers[in.Byte() % std::size(kIntegers)]);
+        PushInteger(L, in);
         lua_setfield(L, -2, "fid");
-        lua_pushinteger(L, kIntegers[in.Byte() % std::size(kIntegers)]);
+        PushInteger(L, in);
         lua_setfield(L, -2, "value");
         lua_rawseti(L, -2, 1);
-        break;
     }
 }
 
 // Pushes one decoded argument. `earlier` is the index of a table holding the previous call's
 // results (or 0).
 void PushArgument(lua_State *L, Reader &in, int earlier) {
-    switch (in.Byte() % kKinds) {
+    switch (int kind = in.Byte() % kKinds) {
     case kNil:
-        lua_pushnil(L);
-        break;
+        return lua_pushnil(L);
     case kFalse:
-        lua_pushboolean(L, 0);
-        break;
     case kTrue:
-        lua_pushboolean(L, 1);
-        break;
+        return lua_pushboolean(L, kind == kTrue);
     case kInteger:
-        lua_pushinteger(L, kIntegers[in.Byte() % std::size(kIntegers)]);
-        break;
+        return PushInteger(L, in);
     case kFloat:
-        lua_pushnumber(L, kFloats[in.Byte() % std::size(kFloats)]);
-        break;
-    case kWord: {
-        const std::string &w = Words()[in.Byte() % Words().size()];
-        lua_pushlstring(L, w.data(), w.size());
-        break;
-    }
+        return PushFloat(L, in);
+    case kWord:
+        return PushWord(L, in);
     case kRawString: {
         size_t length = std::min<size_t>(in.Byte(), in.size - std::min(in.pos, in.size));
         std::string text(reinterpret_cast<const char *>(in.data + in.pos), length);
@@ -207,8 +203,7 @@ void PushArgument(lua_State *L, Reader &in, int earlier) {
         break;
     }
     case kEmptyTable:
-        lua_newtable(L);
-        break;
+        return lua_newtable(L);
     case kFieldTable: {
         uint8_t shape = in.Byte();
         int fields = shape & 7;
@@ -224,24 +219,15 @@ void PushArgument(lua_State *L, Reader &in, int earlier) {
         break;
     }
     case kNullPointer:
-        lua_pushlightuserdata(L, nullptr);
-        break;
+        return lua_pushlightuserdata(L, nullptr);
     case kHandle: {
         uint8_t pick = in.Byte();
-        lua_pushlightuserdata(L, g_streams.empty() ? nullptr : g_streams[pick % g_streams.size()]);
-        break;
+        return lua_pushlightuserdata(L, g_streams.empty() ? nullptr : g_streams[pick % g_streams.size()]);
     }
     default: { // kEarlierResult
         uint8_t pick = in.Byte();
-        if (earlier == 0) {
-            lua_pushnil(L);
-            break;
-        }
-        lua_Integer count = static_cast<lua_Integer>(lua_rawlen(L, earlier));
-        if (count == 0) {
-            lua_pushnil(L);
-            break;
-        }
+        lua_Integer count = earlier == 0 ? 0 : static_cast<lua_Integer>(lua_rawlen(L, earlier));
+        if (count == 0) return lua_pushnil(L);
         lua_rawgeti(L, earlier, pick % count + 1);
         // A stream closed since it was returned must not be passed again.
         if (lua_type(L, -1) == LUA_TLIGHTUSERDATA && lua_touserdata(L, -1) != nullptr &&
@@ -286,34 +272,26 @@ bool MayLeaveReadValues(const char *script) {
 // Even those stay within this many values above their arguments.
 constexpr int kMostLeftValues = 40;
 
-struct ProbeRecord {
-    int arguments = 0;
-    int declared = 0;
-    int height = 0;
-};
-ProbeRecord g_probe;
-
 // Calls the entry function (upvalue 1) directly, so that its own result count is seen before
 // any engine adjustment, and checks that count against the stack it left.
 int Probe(lua_State *L) {
     auto function = reinterpret_cast<lua_CFunction>(lua_touserdata(L, lua_upvalueindex(1)));
     const char *script = lua_tostring(L, lua_upvalueindex(2));
-    g_probe.arguments = lua_gettop(L);
-    g_probe.declared = function(L);
-    g_probe.height = lua_gettop(L);
-    if ((g_probe.declared < 0 || g_probe.declared > g_probe.height + 1) && !MayReturnBadCount(script))
+    const int arguments = lua_gettop(L);
+    const int declared = function(L);
+    const int height = lua_gettop(L);
+    if ((declared < 0 || declared > height + 1) && !MayReturnBadCount(script))
         CallFinding(script, "count",
-                    "result count " + std::to_string(g_probe.declared) + " with " +
-                        std::to_string(g_probe.height) + " values on the stack");
+                    "result count " + std::to_string(declared) + " with " + std::to_string(height) +
+                        " values on the stack");
     // What the engine's dispatcher takes: a count beyond the stack becomes the stack height, and
     // one more than the stack holds would hand back the called function's own slot.
-    int taken =
-        g_probe.declared >= 0 && g_probe.declared <= g_probe.height ? g_probe.declared : g_probe.height;
-    int grown = g_probe.height - g_probe.arguments;
+    int taken = declared >= 0 && declared <= height ? declared : height;
+    int grown = height - arguments;
     if (grown > taken && (!MayLeaveReadValues(script) || grown > kMostLeftValues))
         CallFinding(script, "growth",
-                    "left " + std::to_string(g_probe.height - g_probe.arguments) +
-                        " new values on the stack but returned " + std::to_string(g_probe.declared));
+                    "left " + std::to_string(grown) + " new values on the stack but returned " +
+                        std::to_string(declared));
     return taken;
 }
 

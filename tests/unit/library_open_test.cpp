@@ -50,8 +50,6 @@ TEST(LibraryOpen, ProcessObjectsOnceTpmTablesEveryOpen) {
               objects);
     EXPECT_EQ(g_pstAssignPortIDList, ports);
     EXPECT_NE(g_stTpmReportTable.lock.semaId, reportSema); // re-created on every open
-    EXPECT_EQ(g_stTpmReportTable.refreshInterval, 5u);
-    EXPECT_EQ(g_stTpmStatusTable.forceRefresh, 1u);
     for (lua_State *L : states)
         lua_close(L);
 }
@@ -71,20 +69,10 @@ TEST(LibraryOpen, UnlockableInitMutexRegistersNothing) {
     lua_close(L);
 }
 
-// Entry functions for the dispatcher tests.
-int PushOneReturn(lua_State *L, int count) {
+// Entry functions for the dispatcher test: each pushes 42 and declares a result count.
+template <int Count> int Returns(lua_State *L) {
     lua_pushinteger(L, 42);
-    return count;
-}
-int ReturnsMinusOne(lua_State *L) {
-    return PushOneReturn(L, -1);
-}
-int ReturnsHuge(lua_State *L) {
-    return PushOneReturn(L, 0x801707);
-}
-int ReturnsHeightPlusOne(lua_State *L) {
-    lua_pushinteger(L, 42);
-    return lua_gettop(L) + 1;
+    return Count == 0 ? lua_gettop(L) + 1 : Count;
 }
 int PlaceholderFinish(lua_State *L) {
     qav::PlaceholderSlot slot(L);
@@ -92,16 +80,15 @@ int PlaceholderFinish(lua_State *L) {
     return slot.Finish(7, 1);
 }
 int PlaceholderEarly(lua_State *L) {
-    qav::PlaceholderSlot slot(L);
-    return slot.Early();
+    return qav::PlaceholderSlot(L).Early();
 }
 
 TEST(Dispatcher, ResultCountsAreClampedOrHonoured) {
     lua_State *L = luaL_newstate();
     luaL_openlibs(L);
-    const SCRIPT_REG_ENTRY registry[] = {{"minus_one", ReturnsMinusOne},
-                                         {"huge", ReturnsHuge},
-                                         {"height_plus_one", ReturnsHeightPlusOne},
+    const SCRIPT_REG_ENTRY registry[] = {{"minus_one", Returns<-1>},
+                                         {"huge", Returns<0x801707>},
+                                         {"height_plus_one", Returns<0>},
                                          {"placeholder_finish", PlaceholderFinish},
                                          {"placeholder_early", PlaceholderEarly},
                                          {nullptr, nullptr}};

@@ -164,17 +164,14 @@ TEST(StateConcurrency, UpgradeLockNeverAdmitsOverlappingVmLists) {
     EXPECT_EQ(g_stUpgradeLock.vmLists.count, 0u);
 }
 
-std::vector<std::string> UpgradeLog() {
-    return zakhost::log_messages("upgrade");
-}
-
 TEST(StateEntry, CrlLockWithoutScriptStateLogsAndPushesNothing) {
     zakhost::log_clear();
     EXPECT_EQ(QAV_luaCrlLock_lock(nullptr), 1);
     EXPECT_EQ(QAV_luaCrlLock_unlock(nullptr), 1);
     // The unlock reuses the lock's text; neither call creates the lock.
-    EXPECT_EQ(UpgradeLog(), (std::vector<std::string>{"Lock Crl lock failed, pstSc is null",
-                                                      "Lock Crl lock failed, pstSc is null"}));
+    EXPECT_EQ(zakhost::log_messages("upgrade"),
+              (std::vector<std::string>{"Lock Crl lock failed, pstSc is null",
+                                        "Lock Crl lock failed, pstSc is null"}));
     EXPECT_EQ(g_stCrlLockTable.initFlag, 0u);
 }
 
@@ -183,8 +180,9 @@ TEST(StateEntry, TpmTableInitFailureLogsAndDropsTheMutex) {
     zakhost::log_clear();
     zakhost::inject("NUK_SemaCreate", 7, 0, 1);
     EXPECT_EQ(QAV_TPM_InitTpmQueryTable(&table, "tpmreportsema"), 7u);
-    EXPECT_EQ(UpgradeLog(), (std::vector<std::string>{"TPM Init Tpm Query Table entry",
-                                                      "TPM Init Tpm Query Table failed, ret(7)"}));
+    EXPECT_EQ(zakhost::log_messages("upgrade"),
+              (std::vector<std::string>{"TPM Init Tpm Query Table entry",
+                                        "TPM Init Tpm Query Table failed, ret(7)"}));
     EXPECT_EQ(table.lock.mutex, 0u);
     EXPECT_EQ(table.lock.semaId, 0u);
     EXPECT_EQ(QAV_LuaCommLock(&table.lock), -1) << "a table whose init failed cannot be locked";
