@@ -37,6 +37,10 @@ T.case("rpm_getpatcustomver fills the pattern's number run from the patch number
     end
     write_rinfo({ "CustomPatchVersionPattern = CP-###.x" })
     T.eq(call("rpm_getpatcustomver", "MAINV1.00.10P007.pat"), { n = 2, 0, "CP-007.x" })
+    for pattern, want in pairs({ ["#"] = "7", [string.rep("x", 60) .. "###"] = string.rep("x", 60) .. "007" }) do
+        write_rinfo({ "CustomPatchVersionPattern=" .. pattern })
+        T.eq(call("rpm_getpatcustomver", "MAINV1.00.10P007"), { n = 2, 0, want }, pattern)
+    end
     T.eq({ call("rpm_getpatcustomver", "MAINV1.00.10p1234"), call("rpm_getpatcustomver", "MAINV1.00.10") },
         { { n = 1, -4 }, { n = 1, -4 } })
     zh.inject("ISSU_PKGINFO_Open", 0)
