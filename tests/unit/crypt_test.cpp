@@ -130,6 +130,15 @@ TEST(CipherService, AFailedTagCheckLeavesNoDecryptedBytes) {
     EXPECT_EQ(static_cast<unsigned char>(out[17]), 0xAA); // nothing beyond the plain text was touched
 }
 
+TEST(CipherService, TheOutputNeedsRoomForTheTextAndItsEndOnly) {
+    auto size = static_cast<uint32_t>(Encrypt("x", 0, "").size());
+    char out[433];
+    uint8_t iv[16] = {};
+    EXPECT_EQ(NUK_CRYPT_Encrypt_Sec("x", 1, out, size + 1, 0, "", iv), 0u);
+    EXPECT_EQ(NUK_CRYPT_Encrypt_Sec("x", 1, out, size, 0, "", iv),
+              static_cast<uint32_t>(NUK_CRYPT_ERR_BUFFER));
+}
+
 TEST_F(SecretBuffers, CipherBuffersOfThePasswordFunctionsAreWiped) {
     auto r = Call(QAV_EncryptPassword_EnhExp, {"pw", "x"});
     ASSERT_EQ(r.size(), 2u);

@@ -114,6 +114,7 @@ TEST_F(CmfDb, ComponentAddresses) {
     uint32_t n = 0;
     ASSERT_EQ(DMS_CamCompAddrInfoGetByCsi(pid, &n, entries), CMF_DB_OK);
     ASSERT_EQ(n, 2u);
+    EXPECT_EQ(DMS_CamCompAddrInfoGetByCsi(pid, nullptr, entries), CMF_DB_ERR_PARA);
     EXPECT_EQ(entries[1].uiCompId, 0x10CE0002u);
     EXPECT_EQ(entries[1].uiState, 2u);
     ASSERT_EQ(DMS_CamCompAddrInfoGetByCpi(-1, entries), CMF_DB_OK);

@@ -19,6 +19,7 @@ extern "C" {
 #include "device/node_info.h"
 #include "device/process_request.h"
 #include "device/stamp_text.h"
+#include "qav_board.h"
 #include "unit_helpers.h"
 
 extern "C" int QAV_GetHardinfo(lua_State *state);
@@ -83,6 +84,9 @@ TEST_F(HardInfo, PlatformFailureIsPushedAndTableLeftEmpty) {
     EXPECT_EQ(lua_tointeger(state_, -1), 9);
     lua_pushnil(state_);
     EXPECT_EQ(lua_next(state_, 1), 0) << "the table must stay empty";
+    zakhost::inject("ZAK_Malloc_F", 0, 0, 1);
+    uint32_t count = 0, *list = nullptr;
+    EXPECT_EQ(QAV_GetOsNodeListByBoardId(1, 1, &count, &list), 0xFFFFFFFFu); // no room for the list
 }
 
 TEST(ProcessRequest, NameCutTo32Characters) {

@@ -75,6 +75,8 @@ TEST_F(EventValues, MismatchesAreErrorRecords) {
     }
     EXPECT_EQ(records.back().value("control", ""), "0100ff");
     EXPECT_EQ(records.back().value("call", ""), "QAV_EventLogCtrl");
+    zakhost::inject("QAV_EventLogCtrl", 0, 0, 1); // result 0 reads as the general failure
+    EXPECT_EQ(QAV_EventLogCtrl(0u, &control, 1u, "%d", 1), QAV_EVENT_MISMATCH);
 }
 
 TEST_F(EventValues, NothingBeyondTheCountIsRead) {

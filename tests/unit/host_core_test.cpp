@@ -41,6 +41,12 @@ TEST(HostSync, MutexHandlesAndErrors) {
     EXPECT_NE(NUK_MutexInit(nullptr, 0), 0u);
     ASSERT_EQ(NUK_MutexInit(&other, 0), 0u);
     EXPECT_NE(other, m); // handles are not reused
+    // Once enough slots wait, freed ones are reused (a new generation), each by one object only.
+    for (int i = 0; i < 70000; ++i)
+        NUK_MutexInit(&m, 0), NUK_MutexDestroy(m);
+    ASSERT_EQ(NUK_MutexInit(&m, 0) | NUK_MutexInit(&other, 0), 0u);
+    EXPECT_NE(m >> 20, 0u);
+    EXPECT_EQ(NUK_MutexLock(m) | NUK_MutexLock(other), 0u);
 }
 
 TEST(HostSync, SemaphoreCountsAndTimesOut) {
@@ -48,7 +54,7 @@ TEST(HostSync, SemaphoreCountsAndTimesOut) {
     ASSERT_EQ(NUK_SemaCreate("test", 1, 0, &s), 0u);
     EXPECT_EQ(NUK_SemaP(s, 0), 0u);
     EXPECT_EQ(NUK_SemaP(s, 20), NUK_SEMA_TIMEOUT);
-    EXPECT_EQ(NUK_SemaV(s) | NUK_SemaV(s) | NUK_SemaP(s, 0) | NUK_SemaP(s, 0), 0u);
+    EXPECT_EQ(NUK_SemaV(s) | NUK_SemaV(s) | NUK_SemaP(s, NUK_WAIT_FOREVER) | NUK_SemaP(s, 0), 0u);
     EXPECT_EQ(NUK_SemaP(s, 0), NUK_SEMA_TIMEOUT);
 
     // A post from another thread wakes a waiter.

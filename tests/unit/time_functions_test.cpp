@@ -136,6 +136,7 @@ TEST(ZoneRecords, TimesOfDayEndAt23Hours59Minutes) {
     uint32_t isDst = 0;
     ZAK_TIME_ZONE zone = Zone(false, 23, 59);
     ZAK_DST_RULE rule = ByWeekday(3, 5, 2, 10, 5, 3);
+    rule.uiStartWeekDay = 6; // from the last Saturday of March
     ASSERT_EQ(ZAK_Gmt2LocalTimeByCfg(&gmt, &zone, &rule, &local, &isDst), 0u);
     EXPECT_EQ(local.date * 100 + local.hour, 212); // 23:59 ahead, one more hour of daylight time
     rule.ucStartMinute = 60;

@@ -55,6 +55,7 @@ T.case("the jail's tools are the system's password tool and the sandbox's ramdis
     T.eq(R, "")
     T.eq(capture("command -v passwd"), "/usr/bin/passwd")
     T.eq(capture("command -v ramdisk-sync"), "/opt/zakhost/bin/ramdisk-sync")
+    T.eq(capture("stat -c %a /opt/zakhost/bin /opt/zakhost/bin/ramdisk-sync"), "755\n755")
 end)
 
 T.case("the sample guest account of a new sandbox changes with its documented password", function()

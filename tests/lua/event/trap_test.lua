@@ -217,6 +217,8 @@ T.case("slave switchover success: filtered for the local chassis within a second
     zh.inject("QAV_GetCidByBaseCompAddr", 40)
     T.eq(m.qav_trap_slvswitchsuccess(local_chassis, "CH1", "a", "b"), 40)
     T.has_line(zh.log_lines("base"), "QAV_GetCidByBaseCompAddr proc fail. uiRet = 40")
+    zh.inject("ZAK_Malloc_F", 0) -- no room for the id list
+    T.eq(m.qav_trap_slvswitchsuccess(local_chassis, "CH1", "a", "b"), 22)
     -- the failed call set no stamp: the next one in the same second passes
     T.eq(m.qav_trap_slvswitchsuccess(local_chassis, "CH1", "a", "b"), 0)
     T.at_boundary(function()

@@ -17,7 +17,7 @@ local hot = patch("hot.pat", "--name", "MAINRPGV1.00.10", "--patch-version", "P0
     "--desc", "SUB-C:171:0x2002:6580:28", "--payload-bytes", "128")
 local cold = patch("cold.pat", "--name", "MAINRPGV1.00.10", "--desc", "C1:12:0x3003", "--desc", "C2:13:0x4004",
     "--desc", "C3:14:0x3003", "--desc", "H1:171:0x2001")
-local nine = patch("nine.pkg", "--name", "V1.00.010", "--patch-version", "P1")
+local nine = patch("nine.pkg", "--name", "V1.00.010", "--patch-version", "P1", "--payload-bytes", "59056")
 local ten = patch("ten.pkg", "--name", "RV1.00.010")
 
 T.case("pat_getpatpkghead splits the name and reports every field", function()
@@ -26,7 +26,7 @@ T.case("pat_getpatpkghead splits the name and reports every field", function()
         uiFileLen = 6480 + 128, uiCmsInfo = 0x5a } })
     -- Exactly 9 characters: the whole name is the main version.
     T.eq(call("pat_getpatpkghead", nine)[2],
-        { acMainVer = "V1.00.010", acPatchVer = "P1", uiPatchType = 0, uiPatchNum = 0, uiFileLen = 6480, uiCmsInfo = 0 })
+        { acMainVer = "V1.00.010", acPatchVer = "P1", uiPatchType = 0, uiPatchNum = 0, uiFileLen = 65536, uiCmsInfo = 0 })
     local r = call("pat_getpatpkghead", ten)[2]
     T.eq({ r.acRpgName, r.acMainVer }, { "RV", "1.00.010" })
 end)
@@ -87,6 +87,8 @@ T.case("pat_startuppatchvalid tells bare patch files, packages and broken ones a
     zh.log_clear()
     T.eq(call("pat_startuppatchvalid", P.root .. "/gone.pat"), { n = 1, 4 })
     T.has_line(zh.log_lines("upgrade"), P.root .. "/gone.pat not exist!")
+    zh.inject("PAT_IsFileExist", 7) -- a failing check reads as a missing file
+    T.eq(call("pat_startuppatchvalid", hot), { n = 1, 4 })
     T.eq(call("pat_startuppatchvalid", bare), { n = 2, 0, 1 })
     T.eq(call("pat_startuppatchvalid", hot), { n = 2, 0, 0 })
     T.eq(call("pat_startuppatchvalid", longer), { n = 2, 0, 2 })

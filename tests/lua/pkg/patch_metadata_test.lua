@@ -31,12 +31,14 @@ T.case("rpm_getpatcustomver fills the pattern's number run from the patch number
     write_rinfo({ "Name=MAIN", "Version=V1.00.10" })
     T.eq(call("rpm_getpatcustomver", "MAINV1.00.10P007"), { n = 1, -2 })
     T.eq(call("rpm_getpatcustomver"), { n = 1, -1 })
-    for _, bad in ipairs({ "SP", "SP#-#", "SP ##", "SP##########" }) do
+    for _, bad in ipairs({ "SP", "SP#-#", "SP ##", "SP##########", string.rep("x", 61) .. "###" }) do
         write_rinfo({ "CustomPatchVersionPattern=" .. bad })
         T.eq(call("rpm_getpatcustomver", "MAINV1.00.10P007"), { n = 1, -3 }, bad)
     end
     write_rinfo({ "CustomPatchVersionPattern = CP-###.x" })
     T.eq(call("rpm_getpatcustomver", "MAINV1.00.10P007.pat"), { n = 2, 0, "CP-007.x" })
+    write_rinfo({ "CustomPatchVersionPattern=" .. string.rep("x", 60) .. "###" })
+    T.eq(call("rpm_getpatcustomver", "MAINV1.00.10P007"), { n = 2, 0, string.rep("x", 60) .. "007" })
     T.eq({ call("rpm_getpatcustomver", "MAINV1.00.10p1234"), call("rpm_getpatcustomver", "MAINV1.00.10") },
         { { n = 1, -4 }, { n = 1, -4 } })
     zh.inject("ISSU_PKGINFO_Open", 0)

@@ -75,7 +75,7 @@ end)
 
 T.case("rules and the default access from the profile", function()
     reset()
-    zh.profile_set("tfsi", "rule5", "flash0:/logs 0 7,8 rw")
+    zh.profile_set("tfsi", "rule5", "flash0:/logs 0 17,8 rw")
     zh.profile_set("tfsi", "default_access", "r")
     T.eq(query(user(0, 8), paths({ "flash0:/logs/a.log", W }, { "flash0:/logsx", W }, { "cfcard:/x", R })),
         { n = 2, 0, {
@@ -83,8 +83,10 @@ T.case("rules and the default access from the profile", function()
             answer(R, R, 1, 0, "flash0:/logsx"),
             answer(R, R, 4, 1, "cfcard:/x"),
         } })
-    -- a group outside the rule's list
-    T.eq(query(user(0, 9), paths({ "flash0:/logs/a.log", R }))[2][1].detailType, 3)
+    -- the list's first group, and a group outside the list
+    for group, detail in pairs({ [17] = 0, [9] = 3 }) do
+        T.eq(query(user(0, group), paths({ "flash0:/logs/a.log", R }))[2][1].detailType, detail, group)
+    end
     zh.profile_set("tfsi", "rule5", nil)
     zh.profile_set("tfsi", "default_access", nil)
     no_leak()
