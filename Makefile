@@ -1,6 +1,8 @@
 # The two set-up commands (see README.md):
 #   make run    build, then run the example upgrade pre-check in a fresh device sandbox
-#   make test   build, then run every test (C++ and Lua) with ctest
+#   make test   build, then run the tests (C++ and Lua) with ctest, in well under 30 s
+#   make test-long  build, then run the long ones: the call-anything sweep over every function
+#                and argument count, and the stress runs (CI runs both)
 #   make install PREFIX=<dir>   build, then install the library, the host platform, qavlua, qavpkg,
 #                the headers, the language-server definitions and the reference (default /usr/local)
 #   make bench  build what the benchmarks need, run every benchmark of bench/ and print one table
@@ -16,7 +18,10 @@ JOBS ?= $(shell nproc)
 SANDBOX ?= $(BUILD)/sandbox
 PREFIX ?= /usr/local
 
-.PHONY: all deps configure build run test install bench clean
+# The call-anything sweep and the stress runs take a minute or more; CI runs them as a stage.
+LONG_TESTS := ^(fuzz/sweep|stress/)
+
+.PHONY: all deps configure build run test test-long install bench clean
 
 all: build
 
@@ -38,7 +43,10 @@ run: build
 	@echo "sweep a script: $(BUILD)/bin/qavlua sweep power-cut --root $(SANDBOX) examples/upgrade_flow.lua --recover examples/upgrade_flow_recover.lua (docs/sweeps.md)"
 
 test: build
-	@cd $(BUILD) && ctest --output-on-failure -j$(JOBS)
+	@cd $(BUILD) && ctest --output-on-failure -j$(JOBS) -E '$(LONG_TESTS)'
+
+test-long: build
+	@cd $(BUILD) && ctest --output-on-failure -j$(JOBS) -R '$(LONG_TESTS)'
 
 install: build
 	@cmake --install $(BUILD) --prefix $(PREFIX)
