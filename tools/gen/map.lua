@@ -10,7 +10,7 @@ local cat = C.load_or_exit(root .. "/docs/catalogue/functions.lua")
 
 local function read(path)
     local file = assert(io.open(root .. "/" .. path, "r"))
-    local text = file:read("a")
+    local text = file:read("*a")
     file:close()
     return text
 end
