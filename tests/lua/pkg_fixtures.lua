@@ -54,15 +54,6 @@ function F.package(files, ...)
     return dir
 end
 
--- Lists of every entry under a directory, relative names, sorted.
-function F.tree(dir)
-    local p = io.popen("cd " .. quote(dir) .. " 2>/dev/null && find . -mindepth 1 | sort")
-    local names = {}
-    for line in p:lines() do names[#names + 1] = line end
-    p:close()
-    return names
-end
-
 -- The upgrade-log and patch-log messages written since the last clear.
 function F.patch_log() return zh.log_lines("patch") end
 

@@ -52,9 +52,7 @@ T.case("no file nodes passes whatever the message says", function()
 end)
 
 T.case("backslash separators split the xml path like slashes", function()
-    -- On Linux a backslash is an ordinary name character: the xml file "w\\vercfg.xml" sits in the
-    -- sandbox root while its files are found in the directory "w\\" only when the split is made at
-    -- the backslash.
+    -- "w\\vercfg.xml" lies in the root; its files are found in "w\\" only if the split is at the backslash.
     local dir = F.package({ ["a.bin"] = "x" })
     local odd = F.root .. "/w\\"
     F.mkdir(odd)

@@ -8,9 +8,7 @@ local function server(name, number, f7, f12)
     return { { fid = 20, value = name }, { fid = 1, value = number or 1 }, { fid = 7, value = f7 or false },
         { fid = 12, value = f12 or false } }
 end
-local function lookup(name)
-    return select(3, m.qav_get_ntp_unicast_info(name))
-end
+local function lookup(name) return select(3, m.qav_get_ntp_unicast_info(name)) end
 
 T.case("a set before the table init works on an empty table", function()
     T.eq(m.qav_set_ntp_unicast_info { server("early") }, 0)

@@ -17,7 +17,7 @@ T.case("nodes keep their own cursors", function()
         { { 0, 41004 }, { 0, 41004 }, { 0, 41005 } })
 end)
 
-T.case("setting the cursor takes the value's low byte", function()
+T.case("setting the cursor creates the node and takes the value's low byte", function()
     local node = 0x0C01
     T.eq(T.results(m.qav_luaSetCurPortID(node, 300)), { n = 1, 0 }) -- 300 & 0xFF = 44
     T.eq({ m.qav_luaAssignPortID(node) }, { 0, 41044 })
@@ -27,11 +27,6 @@ T.case("setting the cursor takes the value's low byte", function()
     T.eq({ m.qav_luaAssignPortID(node) }, { 0, 41128 })
     T.eq({ m.qav_luaSetCurPortID(node, 0x181) }, { 0 }) -- low byte 0x81 = 129, out of range
     T.eq({ m.qav_luaAssignPortID(node) }, { 0, 41004 })
-end)
-
-T.case("setting the cursor of an unseen node creates it", function()
-    T.eq({ m.qav_luaSetCurPortID(0x0D01, 100) }, { 0 })
-    T.eq({ m.qav_luaAssignPortID(0x0D01) }, { 0, 41100 })
 end)
 
 T.case("ids equal modulo 4096 share the first node's cursor", function()
