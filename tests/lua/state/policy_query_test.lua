@@ -20,17 +20,18 @@ local function answer(file, path, detail, allow, text)
     return { fileAccess = file, pathAccess = path, detailType = detail, operAllow = allow, path = text }
 end
 
+-- Each case starts with no failure injected and ends with every entry freed.
 local blocks
-local function reset()
-    zh.inject()
-    blocks = zh.memory().blocks
-end
-local function no_leak(what)
-    T.eq(zh.memory().blocks, blocks, (what or "") .. " entries freed")
+local function case(name, body)
+    T.case(name, function()
+        zh.inject()
+        blocks = zh.memory().blocks
+        body()
+        T.eq(zh.memory().blocks, blocks, "entries freed")
+    end)
 end
 
-T.case("administrator of group 0 on system files, storage and Linux paths", function()
-    reset()
+case("administrator of group 0 on system files, storage and Linux paths", function()
     local r = query(user(3, 0), paths({ "flash0:/sysdrv/boot.bin", R + W }, { "flash0:/V1/pkg.zip", D },
         { "/etc/shadow", R + X }))
     T.eq(r, { n = 2, 0, {
@@ -38,11 +39,9 @@ T.case("administrator of group 0 on system files, storage and Linux paths", func
         answer(R + W + D, R + W + D, 0, 1, "flash0:/V1/pkg.zip"),
         answer(R + W + X + D, R + W + X + D, 0, 1, "/etc/shadow"),
     } })
-    no_leak()
 end)
 
-T.case("lower levels and other groups", function()
-    reset()
+case("lower levels and other groups", function()
     -- level 2: writes the storage, not the system directory; Linux paths closed
     T.eq(query(user(2, 0), paths({ "flash0:/V1/pkg.zip", W }, { "flash0:/sysdrv/boot.bin", R }, { "/opt/x", R })),
         { n = 2, 0, {
@@ -58,11 +57,9 @@ T.case("lower levels and other groups", function()
     -- level 3 of group 4: level met, group refused for the system directory, not its parent
     T.eq(query(user(3, 4), paths({ "flash0:/sysdrv/boot.bin", R }, { "flash0:/sysdrv", R })),
         { n = 2, 0, { answer(0, 0, 3, 0, "flash0:/sysdrv/boot.bin"), answer(0, R + W + D, 3, 0, "flash0:/sysdrv") } })
-    no_leak()
 end)
 
-T.case("paths are made canonical before the rules apply", function()
-    reset()
+case("paths are made canonical before the rules apply", function()
     T.eq(query(user(2, 0), paths({ "flash0:V1/../sysdrv/./x", R }, { "flash0://V1//a", W }, { "flash0:/..", R },
         { "cfcard:/log", R })), { n = 2, 0, {
         answer(0, 0, 2, 0, "flash0:V1/../sysdrv/./x"),
@@ -70,11 +67,9 @@ T.case("paths are made canonical before the rules apply", function()
         answer(0, 0, 5, 0, "flash0:/.."),
         answer(0, 0, 4, 0, "cfcard:/log"),
     } })
-    no_leak()
 end)
 
-T.case("rules and the default access from the profile", function()
-    reset()
+case("rules and the default access from the profile", function()
     zh.profile_set("tfsi", "rule5", "flash0:/logs 0 17,8 rw")
     zh.profile_set("tfsi", "default_access", "r")
     T.eq(query(user(0, 8), paths({ "flash0:/logs/a.log", W }, { "flash0:/logsx", W }, { "cfcard:/x", R })),
@@ -89,11 +84,9 @@ T.case("rules and the default access from the profile", function()
     end
     zh.profile_set("tfsi", "rule5", nil)
     zh.profile_set("tfsi", "default_access", nil)
-    no_leak()
 end)
 
-T.case("argument errors give 0x401C02 alone and leave nothing allocated", function()
-    reset()
+case("argument errors give 0x401C02 alone and leave nothing allocated", function()
     local good = paths({ "flash0:/a", R })
     for i, args in ipairs { { "user", 1, good }, { user(3, 0), {}, good }, { user(3, 0), 1, "paths" } } do
         T.eq(T.results(m.qav_vfm_PolicyQuery(table.unpack(args))), { n = 1, BAD_ARGS }, "call " .. i)
@@ -110,26 +103,22 @@ T.case("argument errors give 0x401C02 alone and leave nothing allocated", functi
                          { { { oper = 1 } } }, { { { path = 12, oper = 1 } } } } do
         T.eq(query(user(3, 0), c[1], c[2]), { n = 1, BAD_ARGS }, "case " .. i)
     end
-    no_leak()
+    T.eq(zh.memory().blocks, blocks, "entries freed")
     -- elements beyond the count are ignored, whatever they are
     T.eq(query(user(3, 0), { { path = "flash0:/a", oper = R }, "junk" }, 1),
         { n = 2, 0, { answer(R + W + D, R + W + D, 0, 1, "flash0:/a") } })
-    no_leak()
 end)
 
-T.case("allocation and platform failures", function()
-    reset()
+case("allocation and platform failures", function()
     zh.inject("ZAK_Malloc_F")
     T.eq(query(user(3, 0), paths({ "flash0:/a", R })), { n = 1, NO_MEMORY })
     zh.inject("TFSI_FilesAccessOfOneUserQuery", 0x1234)
     T.eq(query(user(3, 0), paths({ "flash0:/a", R })), { n = 1, 0x1234 })
     -- the platform refuses an unknown deliver type with its own code
     T.eq(query(user(3, 0, 2), paths({ "flash0:/a", R })), { n = 1, 0x401C10 })
-    no_leak()
 end)
 
-T.case("qav_vfm_FormatPath: canonical paths", function()
-    reset()
+case("qav_vfm_FormatPath: canonical paths", function()
     local cases = {
         { "flash0:V1//base/./pkg/../x", false, "flash0:/V1/base/x" },
         { "/a/b/", false, "/a/b" },
@@ -149,8 +138,7 @@ T.case("qav_vfm_FormatPath: canonical paths", function()
         { { n = 1, 0x401C12 }, { n = 1, 0x401C12 } }, "no room for the '/'")
 end)
 
-T.case("qav_vfm_FormatPath: argument errors and platform failure", function()
-    reset()
+case("qav_vfm_FormatPath: argument errors and platform failure", function()
     T.eq({ T.results(m.qav_vfm_FormatPath("/a", 1)), T.results(m.qav_vfm_FormatPath({}, true)) }, { { n = 1, BAD_ARGS }, { n = 1, BAD_ARGS } })
     zh.inject("TFSI_FormatPath", 77)
     T.eq(T.results(m.qav_vfm_FormatPath("/a", true)), { n = 1, 77 })

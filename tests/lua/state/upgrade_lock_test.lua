@@ -14,6 +14,7 @@ local function reset()
     zh.clock_advance(100000)
     m.qav_UnLock(READ, "")
 end
+local function case(name, body) T.case(name, function() reset() body() end) end
 
 -- The (start, duration) of the last lock-period line written after `mark`.
 local function period(mark)
@@ -42,8 +43,7 @@ T.case("a write lock holds for its lock period, end second included", function()
     end)
 end)
 
-T.case("read locks coexist while their VM lists do not overlap", function()
-    reset()
+case("read locks coexist while their VM lists do not overlap", function()
     T.eq({ m.qav_Lock(100, READ, vms("a", "b")), (m.qav_Lock(100, READ, vms("c"))) }, { 0, 0 })
     local mark = S.mark("upgrade")
     T.eq(m.qav_Lock(100, READ, vms("b")), 3)
@@ -60,8 +60,7 @@ T.case("read locks coexist while their VM lists do not overlap", function()
         "L3 [UPG-LOCK]read type lock, but vmlist is null!" })
 end)
 
-T.case("unlocking a read lock needs the exact list that was locked; the last one ends the lock", function()
-    reset()
+case("unlocking a read lock needs the exact list that was locked; the last one ends the lock", function()
     T.eq({ m.qav_Lock(100, READ, vms("a", "b")), (m.qav_Lock(100, READ, vms("c"))) }, { 0, 0 })
     local mark = S.mark("upgrade")
     T.eq(m.qav_UnLock(READ, vms("a")), 3)
@@ -77,8 +76,7 @@ T.case("unlocking a read lock needs the exact list that was locked; the last one
     T.eq(m.qav_Lock(5, WRITE, ""), 0, "the lock is idle again")
 end)
 
-T.case("a write lock excludes read locks and read unlocks", function()
-    reset()
+case("a write lock excludes read locks and read unlocks", function()
     T.eq(m.qav_Lock(100, WRITE, ""), 0)
     local mark = S.mark("upgrade")
     T.eq({ m.qav_Lock(100, READ, vms("a")), m.qav_UnLock(READ, vms("a")) }, { 2, FAIL })
@@ -106,8 +104,7 @@ T.case("a later reader extends the lock period without moving its start", functi
     end)
 end)
 
-T.case("an unlock after the lock period clears the lock and frees its lists", function()
-    reset()
+case("an unlock after the lock period clears the lock and frees its lists", function()
     local blocks = zh.memory().blocks
     T.eq({ m.qav_Lock(10, READ, vms("a")), (m.qav_Lock(10, READ, vms("b"))) }, { 0, 0 })
     T.eq(zh.memory().blocks, blocks + 4)
@@ -119,8 +116,7 @@ T.case("an unlock after the lock period clears the lock and frees its lists", fu
     T.eq(zh.memory().blocks, blocks)
 end)
 
-T.case("a lock after the lock period starts afresh and drops the old lists without freeing them", function()
-    reset()
+case("a lock after the lock period starts afresh and drops the old lists without freeing them", function()
     local blocks = zh.memory().blocks
     T.eq(m.qav_Lock(10, READ, vms("a")), 0)
     zh.clock_advance(20)
@@ -129,8 +125,7 @@ T.case("a lock after the lock period starts afresh and drops the old lists witho
     T.eq({ m.qav_UnLock(READ, vms("a")), m.qav_IsLocked() }, { 0, false })
 end)
 
-T.case("clock, mutex and memory failures", function()
-    reset()
+case("clock, mutex and memory failures", function()
     local mark = S.mark("upgrade")
     -- The log line written first reads the clock too.
     zh.inject("ZAK_OsClockGetTime", 0, 1)
