@@ -12,9 +12,11 @@ T.case("a node hands out 41004..41128 and then starts again", function()
     T.eq({ m.qav_luaAssignPortID(node) }, { 0, 41004 }, "wraps after 41128")
 end)
 
-T.case("nodes keep their own cursors", function()
+T.case("nodes keep their own cursors; ids equal modulo 4096 share the first node's", function()
     T.eq({ { m.qav_luaAssignPortID(0x0B01) }, { m.qav_luaAssignPortID(0x0B02) }, { m.qav_luaAssignPortID(0x0B01) } },
         { { 0, 41004 }, { 0, 41004 }, { 0, 41005 } })
+    T.eq({ { m.qav_luaAssignPortID(0x1E01) }, { m.qav_luaAssignPortID(0x2E01) }, { m.qav_luaAssignPortID(0x1E01) } },
+        { { 0, 41004 }, { 0, 41005 }, { 0, 41006 } })
 end)
 
 T.case("setting the cursor creates the node and takes the value's low byte", function()
@@ -27,11 +29,6 @@ T.case("setting the cursor creates the node and takes the value's low byte", fun
     T.eq({ m.qav_luaAssignPortID(node) }, { 0, 41128 })
     T.eq({ m.qav_luaSetCurPortID(node, 0x181) }, { 0 }) -- low byte 0x81 = 129, out of range
     T.eq({ m.qav_luaAssignPortID(node) }, { 0, 41004 })
-end)
-
-T.case("ids equal modulo 4096 share the first node's cursor", function()
-    T.eq({ { m.qav_luaAssignPortID(0x1E01) }, { m.qav_luaAssignPortID(0x2E01) }, { m.qav_luaAssignPortID(0x1E01) } },
-        { { 0, 41004 }, { 0, 41005 }, { 0, 41006 } })
 end)
 
 T.case("bad arguments answer status 2", function()
