@@ -34,7 +34,7 @@ function X.parse(data)
         if closing == "/" then
             table.remove(stack)
         else
-            local element = { name = name, attrs = attributes(rest), children = {}, parent = top }
+            local element = { name = name, attrs = attributes(rest), children = {} }
             top.children[#top.children + 1] = element
             if selfClose ~= "/" then stack[#stack + 1] = element end
         end
@@ -42,7 +42,6 @@ function X.parse(data)
     end
     local function strip(element)
         if element.text and element.text:match("^%s*$") and #element.children > 0 then element.text = nil end
-        element.parent = nil
         for _, c in ipairs(element.children) do strip(c) end
     end
     strip(root)

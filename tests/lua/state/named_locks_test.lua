@@ -21,14 +21,11 @@ local pairs_by_table = {
     tpmstatus = { m.qav_tpm_status_table_lock, m.qav_tpm_status_table_unlock },
 }
 
-T.case("locks never created refuse at once and unlocking them is harmless", function()
+T.case("locks never created refuse at once and unlocking them is harmless; the TPM table locks exist from open", function()
     for _, name in ipairs { "pat", "download", "nv", "dbg", "collectlog", "paterr", "flhsync", "loadpatch", "ntp" } do
         T.eq({ T.results(pairs_by_table[name][1]()), T.results(pairs_by_table[name][2]()) }, { { n = 1, FAIL }, { n = 1, 0 } }, name)
     end
     T.eq(m.qav_download_lock_init_flag(), 0)
-end)
-
-T.case("the TPM table locks exist from library open", function()
     for _, name in ipairs { "tpmreport", "tpmstatus" } do
         T.eq({ pairs_by_table[name][1](), pairs_by_table[name][2]() }, { 0, 0 }, name)
     end
