@@ -16,7 +16,6 @@ T.case("intact files pass; one changed byte fails with the four lines in order",
     F.write(dir .. "/sub/b.bin", "bef")
     zh.log_clear()
     T.eq({ check(dir) }, { 0, "FALSE" })
-    -- (the digest of "bef")
     local log, at = table.concat(F.patch_log(), "\n"), 1
     for _, text in ipairs { "[UPG]local file is not correct!", "acSoftwareName = sub/b.bin", "local software SHAValue = " ..
         recorded, "acDigest = 4b2532b3aa754228b11549a32ee28682fb2ceb2837a5dde714a2d867fb36ac27, in xml" } do

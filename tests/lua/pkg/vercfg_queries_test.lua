@@ -31,18 +31,15 @@ T.case("bad calls and unreadable elements give their code and an empty text", fu
     T.eq(T.results(m.qav_RpmGetVersionInfo(string.rep("d", 384), 1)), { n = 2, 1, "" })
     T.eq({ m.qav_RpmGetVersionInfo(baseXml, 11) }, { 1, "" })
     T.has_line(F.patch_log(), "[UPG]uiDotype is 11.")
-    local code, text = m.qav_RpmGetVersionInfo(F.root .. "/none.xml", 1)
-    T.ok(code ~= 0 and text == "", "missing file")
-    T.has_line(F.patch_log(), "QAV_RpmGetPkgInfoGetInput failed, ret is " .. code .. ".")
-    code = m.qav_RpmGetVersionInfo(F.root .. "/none.xml", 5)
-    T.has_line(F.patch_log(), "[UPG]QAV_RpmGetPkgInfoGetInput failed, ret is " .. code .. ".")
-    code = m.qav_RpmGetVersionInfo(F.root .. "/none.xml", 8)
-    T.has_line(F.patch_log(), "Get InterfaceId node <Product/VNF/InterfaceId> value from file(" .. F.root ..
-        "/none.xml) fail! RetCode:" .. code .. ".")
-    code = m.qav_RpmGetVersionInfo(F.root .. "/none.xml", 9)
-    T.has_line(zh.log_lines("upgrade"), "Get node <Product/VNF/ProductType> value from file(" .. F.root ..
-        "/none.xml) fail! RetCode:" .. code .. ".")
-    T.eq({ m.qav_RpmGetVersionInfo(F.root .. "/none.xml", 7) }, { 0, "FALSE" })
+    local none = F.root .. "/none.xml"
+    for _, c in ipairs { { 1, "patch", "QAV_RpmGetPkgInfoGetInput failed, ret is %d." }, { 5, "patch", "[UPG]QAV_RpmGetPkgInfoGetInput failed, ret is %d." },
+                         { 8, "patch", "Get InterfaceId node <Product/VNF/InterfaceId> value from file(" .. none .. ") fail! RetCode:%d." },
+                         { 9, "upgrade", "Get node <Product/VNF/ProductType> value from file(" .. none .. ") fail! RetCode:%d." } } do
+        local code, text = m.qav_RpmGetVersionInfo(none, c[1])
+        T.ok(code ~= 0 and text == "", "missing file, kind " .. c[1])
+        T.has_line(zh.log_lines(c[2]), c[3]:format(code))
+    end
+    T.eq({ m.qav_RpmGetVersionInfo(none, 7) }, { 0, "FALSE" })
 end)
 
 T.case("a version of 32 characters does not fit its buffer; a failed blank replacement fails", function()
