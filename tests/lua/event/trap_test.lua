@@ -5,19 +5,12 @@ local m = libqavluacommon
 
 local ECM_CID = 0x10CC0001 -- the first component of type 204 in the default configuration database
 
-local function fresh()
-    zh.log_clear()
-    zh.inject()
-end
+local fresh, tm = T.fresh, T.tm
 
 local function only_event()
     local ev = zh.events()
     T.eq(#ev, 1, "one event record")
     return ev[1]
-end
-
-local function tm(y, mo, d, h, mi, s, ms, wk)
-    return { year = y, month = mo, date = d, hour = h, minute = mi, second = s, millSec = ms or 0, week = wk or 0 }
 end
 
 T.case("flash sync success and failure: virtual-system records with their info codes", function()
@@ -208,8 +201,6 @@ T.case("slave switchover success: filtered for the local chassis within a second
     T.has_line(zh.log_lines("diag"), "Slave Switch Trap is filter, for chassisId(" .. local_chassis .. ")")
     -- another chassis is never filtered
     T.eq({ m.qav_trap_slvswitchsuccess(local_chassis + 1, "CH2", "a", "b"), m.qav_trap_slvswitchsuccess(local_chassis + 1, "CH2", "b", "a") }, { 0, 0 })
-    zh.clock_advance(2)
-    T.eq(m.qav_trap_slvswitchsuccess(local_chassis, "CH1", "mpu-b", "mpu-a"), 0)
 
     zh.clock_advance(2)
     T.eq(m.qav_trap_slvswitchsuccess(local_chassis, "CH1", {}, "x"), 5005)
@@ -274,9 +265,6 @@ T.case("component id: the first type-204 component of the database; any failure 
     T.eq(cid_of_next_record(), 0x3333)
     zh.profile_set("cmf_table_45", "rec3", "")
     T.eq(cid_of_next_record(), 0, "no component of the type")
-    zh.profile_set("cmf_table_45", "rec1", nil)
-    zh.profile_set("cmf_table_45", "rec3", nil)
-    T.eq(cid_of_next_record(), ECM_CID)
     for _, service in ipairs({ "ZAK_GetEnvValue", "ZAK_Malloc_F", "CMF_DBSelectFirstRec" }) do
         fresh()
         zh.inject(service, 0)

@@ -3,11 +3,7 @@ local T = require "testlib"
 local zh = require "zakhost"
 local m = libqavluacommon
 
-local function tm(y, mo, d, h, mi, s, ms, wk)
-    return { year = y, month = mo, date = d, hour = h, minute = mi, second = s, millSec = ms or 0, week = wk or 0 }
-end
-
-local gnu = T.capture
+local tm = T.tm
 
 T.case("local and GMT getters fill the record keys and agree under the default UTC zone", function()
     local loc, gmt = {}, {}
@@ -17,7 +13,7 @@ T.case("local and GMT getters fill the record keys and agree under the default U
         T.eq(loc[k], gmt[k], k)
     end
     -- week is the weekday the calendar gives for that date (0 = Sunday)
-    local w = gnu(string.format("date -u -d '%04d-%02d-%02d' +%%w", gmt.year, gmt.month, gmt.date))
+    local w = T.capture(string.format("date -u -d '%04d-%02d-%02d' +%%w", gmt.year, gmt.month, gmt.date))
     T.eq(gmt.week, tonumber(w))
 end)
 
@@ -68,7 +64,7 @@ T.case("seconds to calendar matches GNU date and never reports failure", functio
     for _, secs in ipairs({ 0, 951782400, 1709164800, 4294967295 }) do
         local t = {}
         T.eq(m.qav_SystimeSecToTime(secs, t), 0)
-        local g = gnu("date -u -d @" .. secs .. " '+%Y %m %d %H %M %S %w'")
+        local g = T.capture("date -u -d @" .. secs .. " '+%Y %m %d %H %M %S %w'")
         local y, mo, d, h, mi, s, w = g:match("(%d+) (%d+) (%d+) (%d+) (%d+) (%d+) (%d)")
         T.eq(t, tm(tonumber(y), tonumber(mo), tonumber(d), tonumber(h), tonumber(mi), tonumber(s), 0, tonumber(w)),
             "seconds " .. secs)
@@ -92,7 +88,6 @@ T.case("second difference: first not earlier, across a leap day; refused otherwi
     T.eq(m.qav_systimerelseccal(tm(2023, 2, 29, 0, 0, 0), b), 0xFFFFFFFF)
     -- more than 32 bits of seconds is the platform's 22, also refused
     T.eq(m.qav_systimerelseccal(tm(2200, 1, 1, 0, 0, 0), tm(1970, 1, 1, 0, 0, 0)), 0xFFFFFFFF)
-    T.eq(m.qav_systimerelseccal(a), 1)
 end)
 
 T.case("table readers: a missing week fails with 0x801707 even with every other key", function()
