@@ -3,10 +3,7 @@ local T = require "testlib"
 local zh = require "zakhost"
 local m = libqavluacommon
 
-local function reset()
-    zh.inject()
-    zh.log_clear()
-end
+local reset = T.fresh
 local function last_event()
     local events = zh.events()
     return events[#events], #events
@@ -15,7 +12,6 @@ end
 local ECM_CID = 0x10CC0001
 local function notice(info, format, values)
     local e = last_event()
-    T.ok(e, "an event record")
     T.eq({ e.call, e.cid, e.info, e.format, e.values }, { "QAV_EventLog", ECM_CID, info, format, values })
 end
 

@@ -1,5 +1,4 @@
--- The copy engine through "luafs_cp": files, trees, links, special files, the recursion guard,
--- the flags, and what a failed copy leaves behind.
+-- The copy engine through "luafs_cp": files, trees, links, special files, guards, flags, failures.
 local T = require "testlib"
 local zh = require "zakhost"
 local F = require "fs.fslib"
@@ -43,12 +42,9 @@ T.case("a tree copied into its own subdirectory stops at the copy of the copy", 
     T.has_line(F.messages(), "recursion detected, omitting directory 'self/b/self'")
     T.eq({ F.read("self/b/self/top"), F.read("self/b/self/b/c/f") }, { "top\n", "f\n" }, "the rest is copied")
     T.ok(not F.ok("test -e self/b/self/b/self"))
-end)
-
-T.case("a directory created as a copy is refused as a source later in the process", function()
+    -- a directory created as a copy is refused as a source later in the process
     F.ok("mkdir -p once && echo 1 > once/x")
     T.eq(m.luafs_cp("once", "twice", RECURSIVE), 0)
-    F.clear()
     T.eq(m.luafs_cp("twice", "thrice", RECURSIVE), -1)
     T.has_line(F.messages(), "recursion detected, omitting directory 'twice'")
 end)
@@ -177,9 +173,6 @@ T.case("wrong argument counts and types", function()
     T.eq(T.results(m.luafs_cp("a", "b", 0)), { n = 1, -4 })
     zh.inject("ZAK_Malloc_F", 0, 1)
     T.eq(T.results(m.luafs_cp("a", "b", 0)), { n = 1, -5 })
-    F.clear()
-    T.eq(m.luafs_cp("missing.src", "x", 0), -1)
-    T.has_line(F.messages(), "can't stat 'missing.src'")
 end)
 
 T.run()

@@ -1,5 +1,4 @@
--- Moves across file systems fall back on copy and remove. Needs a second file system: /dev/shm
--- when it differs from the sandbox's; the cases are skipped with a message otherwise.
+-- Moves across file systems (to /dev/shm; skipped where it is the same one) fall back on copy and remove.
 local T = require "testlib"
 local F = require "fs.fslib"
 local m = libqavluacommon
