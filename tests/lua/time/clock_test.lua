@@ -4,7 +4,6 @@ local zh = require "zakhost"
 local m = libqavluacommon
 
 local tm = T.tm
-
 T.case("local and GMT getters fill the record keys and agree under the default UTC zone", function()
     local loc, gmt = {}, {}
     T.eq(T.results(m.qav_spt_SysLocalTimeGet(loc)), { n = 2, 0, 0 })
@@ -17,16 +16,12 @@ T.case("local and GMT getters fill the record keys and agree under the default U
     T.eq(gmt.week, tonumber(w))
 end)
 
-T.case("wrong argument counts: the local getter's count, the GMT getter's logged 1", function()
+T.case("wrong counts: the local getter's result count, the GMT getter's 1; a platform 22 under the wrong name", function()
     zh.log_clear()
     -- 0xFFFFFFFF returned as the result count is clamped by the engine to the stack height
     T.eq(T.results(m.qav_spt_SysLocalTimeGet({}, {})).n, 2)
     T.eq(m.qav_GetGMTSystime(), 1)
     T.has_line(zh.log_lines("base"), "QAV_GetGMTSystime proc fail SYSDT_SPTI_GetTop. uiRet = 1")
-end)
-
-T.case("GMT getter: a platform 22 is logged under the wrong call's name and pushed", function()
-    zh.log_clear()
     zh.inject("ZAK_GMT_SystimeGet", 22)
     local t = {}
     T.eq({ m.qav_GetGMTSystime(t), t.year }, { 22, nil })
