@@ -115,8 +115,7 @@ T.case("adding milliseconds rolls over the year and rewrites the weekday", funct
     T.eq(t, tm(2024, 1, 1, 0, 0, 0, 0, 1))
     T.eq(m.qav_SystimeAddMilliSeconds(t, 86400000 * 49 + 1500), 0)
     T.eq(t, tm(2024, 2, 19, 0, 0, 1, 500, 1))
-    -- the millisecond count is a 32-bit word: 2^32 + 500 adds 500
-    T.eq(m.qav_SystimeAddMilliSeconds(t, 2 ^ 32 + 500), 0)
+    T.eq(m.qav_SystimeAddMilliSeconds(t, 2 ^ 32 + 500), 0, "a 32-bit count: 2^32 + 500 adds 500")
     T.eq(t, tm(2024, 2, 19, 0, 0, 2, 0, 1))
     zh.log_clear()
     local bad = tm(2024, 2, 30, 0, 0, 0)
