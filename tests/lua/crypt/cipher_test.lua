@@ -51,8 +51,7 @@ end)
 T.case("altered, foreign or mislabelled cipher texts are refused", function()
     for _, alg in ipairs(ALGORITHMS) do
         local c = m.qav_CRYPT_Encrypt_Enhance("top secret", 0, 433, alg, "key-1")
-        -- Decrypt_Enhance pushes nothing on a platform failure and reports one result: the
-        -- script reads back its own last argument.
+        -- On a platform failure nothing is pushed and one result reported: the script's last argument.
         local bad = tamper(c, 16)
         T.eq(T.results(m.qav_CRYPT_Decrypt_Enhance(bad, #bad, 257, alg, "key-1")), { n = 1, "key-1" })
         T.eq(T.results(m.qav_CRYPT_Decrypt_Enhance(c, #c, 257, alg, "key-2")), { n = 1, "key-2" }, "wrong key")
@@ -76,8 +75,7 @@ T.case("altered, foreign or mislabelled cipher texts are refused", function()
 end)
 
 T.case("lengths and sizes: stated plain length, small outputs, the 17-byte password buffer", function()
-    -- A stated plain length beyond the text reaches the platform, which stops at the text's end;
-    -- a shorter one encrypts only that prefix.
+    -- A stated plain length past the text stops at its end; a shorter one encrypts only that prefix.
     local c = m.qav_CRYPT_Encrypt("abcdef", 100, 433, 0, 0)
     T.eq(select(2, m.qav_CRYPT_Decrypt(c, 0, 257, 0)), "abcdef")
     c = m.qav_CRYPT_Encrypt("abcdef", 3, 433, 0, 0)

@@ -4,14 +4,12 @@ local zh = require "zakhost"
 local m = libqavluacommon
 
 local reset = T.fresh
-local function last_event()
-    local events = zh.events()
-    return events[#events], #events
-end
 -- the component id of the default database's component of type 204
 local ECM_CID = 0x10CC0001
+-- The last event record must be this notice.
 local function notice(info, format, values)
-    local e = last_event()
+    local events = zh.events()
+    local e = events[#events]
     T.eq({ e.call, e.cid, e.info, e.format, e.values }, { "QAV_EventLog", ECM_CID, info, format, values })
 end
 

@@ -24,8 +24,7 @@ T.case("open refuses unknown modes and bad arguments with the handle 0, a missin
 end)
 
 T.case("descriptor numbers not opened here are refused and left alone", function()
-    -- A file the interpreter itself has open, and the runner's standard descriptors: whatever
-    -- numbers they have, a script's writes and closes by number must not reach them.
+    -- Whatever numbers the interpreter's own file and the standard descriptors have, they stay untouched.
     local own = assert(io.open("own.txt", "w"))
     own:write("keep"); own:flush()
     for fd = 0, 63 do

@@ -8,9 +8,7 @@ T.case("local and GMT getters fill the record keys and agree under the default U
     local loc, gmt = {}, {}
     T.eq(T.results(m.qav_spt_SysLocalTimeGet(loc)), { n = 2, 0, 0 })
     T.eq(m.qav_GetGMTSystime(gmt), 0)
-    for _, k in ipairs({ "year", "month", "date", "hour", "week" }) do
-        T.eq(loc[k], gmt[k], k)
-    end
+    T.eq({ loc.year, loc.month, loc.date, loc.hour, loc.week }, { gmt.year, gmt.month, gmt.date, gmt.hour, gmt.week })
     -- week is the weekday the calendar gives for that date (0 = Sunday)
     local w = T.capture(string.format("date -u -d '%04d-%02d-%02d' +%%w", gmt.year, gmt.month, gmt.date))
     T.eq(gmt.week, tonumber(w))
