@@ -25,14 +25,11 @@ T.case("flash sync success and failure: virtual-system records with their info c
         T.eq({ c[1](1, "a", "b"), c[1](1, "a", {}, 2) }, { 5005, 5005 })
         T.has_lines(zh.log_lines("base"), { c[3] .. " proc fail. para num = 3", c[3] .. " proc fail. get para failed." })
         T.eq(#zh.events(), 0)
+        -- an event-log failure is logged and its status pushed
+        zh.inject("QAV_EventLogVs", 77)
+        T.eq(c[1](1, "a", "b", 0), 77)
+        T.has_line(zh.log_lines("base"), "QAV_EventLog proc fail. uiRet = 77")
     end
-end)
-
-T.case("an event-log failure is logged and its status pushed", function()
-    fresh()
-    zh.inject("QAV_EventLogVs", 77)
-    T.eq(m.qav_trap_flhsyncsuccess(1, "a", "b", 0), 77)
-    T.has_line(zh.log_lines("base"), "QAV_EventLog proc fail. uiRet = 77")
 end)
 
 T.case("patch error record, echoed to the dialog hook or the patch log above level 1", function()
