@@ -29,12 +29,9 @@ end)
 
 T.case("wrong argument counts give 5005 and a base-log line, no record", function()
     reset()
-    T.eq({ T.results(m.qav_ReportProcess(3, 40)), T.results(m.qav_ReportLogCollectFinish(1, 0, "p", 4)),
-        T.results(m.qav_ReportVMCollectFinish()), T.results(m.szak_setDelayVote(1)) },
-        { { n = 1, 5005 }, { n = 1, 5005 }, { n = 1, 5005 }, { n = 1, 5005 } })
-    T.has_lines(zh.log_lines("base"), { "QAV_ReportProcess proc fail. para num = 2",
-        "QAV_ReportLogCollectFinish proc fail. para num = 4", "QAV_ReportVMCollectFinish proc fail. para num = 0",
-        "SZAK_SetDelayVote proc fail. para num = 1" })
+    -- one notice with a text and one without (the catalogue conformance test checks every count)
+    T.eq({ T.results(m.qav_ReportProcess(3, 40)), T.results(m.szak_setDelayVote(1)) }, { { n = 1, 5005 }, { n = 1, 5005 } })
+    T.has_lines(zh.log_lines("base"), { "QAV_ReportProcess proc fail. para num = 2", "SZAK_SetDelayVote proc fail. para num = 1" })
     T.eq(zh.events(), {})
 end)
 
@@ -45,10 +42,8 @@ T.case("unusable arguments give 5005 and no record", function()
         { m.qav_ReportProcess, { 3, 101, "d" }, "QAV_ReportProcess" },
         { m.qav_ReportProcess, { 3, 40, {} }, "QAV_ReportProcess" },
         { m.qav_ReportProcess, { 3, 40, string.rep("d", 256) }, "QAV_ReportProcess" },
-        { m.qav_ReportLogCollectFinish, { 1, {}, "p" }, "QAV_ReportLogCollectFinish" },
         { m.qav_ReportVMCollectFinish, { 1, 0, string.rep("v", 1024) }, "QAV_ReportVMCollectFinish" },
         { m.szak_setDelayVote, { 2, 30 }, "SZAK_SetDelayVote" },
-        { m.szak_setDelayVote, { 1, "soon" }, "SZAK_SetDelayVote" },
     }
     for i, b in ipairs(bad) do
         T.eq(T.results(b[1](table.unpack(b[2]))), { n = 1, 5005 }, "case " .. i)
