@@ -125,8 +125,7 @@ end)
 
 T.case("rpm clocks: years from 2000, month 1..12, day and uSecond keys", function()
     local g, l = {}, {}
-    T.eq(m.rpm_get_gmtime(g), 0)
-    T.eq(m.rpm_get_localtime(l), 0)
+    T.eq({ m.rpm_get_gmtime(g), m.rpm_get_localtime(l) }, { 0, 0 })
     local now = os.date("!*t", m.qav_GetSystimeToSecond())
     T.eq({ g.year, g.month, g.day, g.date, g.millSec }, { now.year - 2000, now.month, now.day })
     T.ok(g.uSecond >= 0 and g.uSecond < 1000000)

@@ -34,12 +34,14 @@ local function gnu_date(tz, to_gmt, y, mo, d, h, mi)
     return t, (f[9] * 60 + f[10]) * (f[8] == "-" and -1 or 1)
 end
 
+local cet = zone("CET", false, 1)
+
 -- Each rule is given both ways: our tables and the equivalent POSIX TZ string.
 local rules = {
     {
         name = "central Europe, last Sundays of March and October",
         tz = "CET-1CEST,M3.5.0/2,M10.5.0/3", std = 60,
-        zone = zone("CET", false, 1),
+        zone = cet,
         rule = rule { startMonth = 3, startWeekNum = 5, startWeekDay = 0, endMonth = 10, endWeekNum = 5, endWeekDay = 0 },
         moments = { { 2024, 3, 31, 0, 59 }, { 2024, 3, 31, 1, 0 }, { 2024, 10, 27, 0, 59 }, { 2024, 10, 27, 1, 0 }, { 2025, 12, 31, 23, 30 } },
     },
@@ -134,7 +136,6 @@ end)
 
 T.case("year bounds limit a yearly rule; a one-period date rule applies once", function()
     local bounded = rule { startMonth = 3, startWeekNum = 5, endMonth = 10, endWeekNum = 5, startYear = 2025, endYear = 2026 }
-    local cet = zone("CET", false, 1)
     local flags = {}
     for _, y in ipairs({ 2024, 2025, 2026, 2027 }) do
         local _, dst = m.qav_spt_SysGmt2LocalTimeByTzDst(tm(y, 7, 1, 12, 0), cet, bounded, {})
@@ -155,7 +156,6 @@ T.case("year bounds limit a yearly rule; a one-period date rule applies once", f
 end)
 
 T.case("rules the platform cannot follow are refused with 22", function()
-    local cet = zone("CET", false, 1)
     local bad = {
         rule { startMonth = 13, startWeekNum = 1, endMonth = 10, endWeekNum = 5 },
         rule { startMonth = 3, startWeekNum = 6, endMonth = 10, endWeekNum = 5 },
@@ -176,7 +176,6 @@ T.case("rules the platform cannot follow are refused with 22", function()
 end)
 
 T.case("record readers: missing sub-tables stay zero, isDstEnabled must be a boolean, 32-character names", function()
-    local cet = zone("CET", false, 1)
     -- no startTime: the start is at 00:00 (GMT 23:00 the day before)
     local r = rule { startMonth = 3, startWeekNum = 5, endMonth = 10, endWeekNum = 5 }
     r.startTime = nil
