@@ -41,8 +41,6 @@ T.case("qav_GetMMBDLDHandle: the home version file, or the consumed download pat
     zh.profile_set("rpm", "comm_home_path", "")
     T.eq(T.results(m.qav_GetMMBDLDHandle(2)), { n = 2, 1, "" })
     zh.profile_set("rpm", "comm_home_path", nil)
-    zh.inject("RPM_GetCommHomePath_HOOK", 5)
-    T.eq(T.results(m.qav_GetMMBDLDHandle(2)), { n = 2, 1, "" })
 
     local ini = R .. "/zakv8/main/bootfile/mmbftppath.ini"
     T.eq(T.results(m.qav_GetMMBDLDHandle(1)), { n = 2, 1, "" })
