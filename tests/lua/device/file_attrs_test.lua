@@ -84,8 +84,6 @@ T.case("device paths become sandbox paths", function()
     T.eq(T.results(m.qav_ZakPathToLinuxPath({})), { n = 1, 22 })
     zh.profile_set("storage", "cfcard", "/zakv8/cf")
     T.eq(T.results(m.qav_ZakPathToLinuxPath("cfcard:x")), { n = 2, 0, zh.root() .. "/zakv8/cf/x" })
-    zh.inject("ZAK_ZakPathToLinuxPath", -1048577)
-    T.eq(T.results(m.qav_ZakPathToLinuxPath("flash0:x")), { n = 1, 0xFFEFFFFF })
 end)
 
 T.case("Linux paths become device paths after tidying", function()
