@@ -1,5 +1,6 @@
--- A small test framework for device-script tests run by qavlua in a fresh sandbox: T.case(name,
--- body) registers a case, T.run() prints "N passed, M failed" and exits non-zero on any failure.
+-- A small test framework for device-script tests run by qavlua in a fresh sandbox:
+--   T.case("assign hands out 41004 first", function() T.eq({m.qav_luaAssignPortID(7)}, {0, 41004}) end)
+--   T.run()   -- prints "N passed, M failed" and exits non-zero on any failure
 local T = {}
 local cases = {}
 
