@@ -77,8 +77,7 @@ function T.capture(command)
     return (out:gsub("%s+$", ""))
 end
 
--- A mark in a log file the runner writes under the sandbox; T.since(mark) gives the lines written
--- after it as "<id> L<level> <message>" (the time left out).
+-- A mark in a sandbox log; T.since(mark) gives the lines after it as "<id> L<level> <message>".
 function T.mark(log)
     local lines = {}
     local f = io.open(require("zakhost").root() .. "/log/" .. log .. ".log")
@@ -93,8 +92,7 @@ function T.since(mark)
     return out
 end
 
--- Retries a check that reads whole seconds at a boundary moved by zakhost.clock_advance: the real
--- clock keeps running, so a second may tick over inside it, but not three times in a row.
+-- Retries a check reading whole seconds at a zakhost.clock_advance boundary, where a real second may tick.
 function T.at_boundary(check)
     local err
     for _ = 1, 3 do
