@@ -121,7 +121,6 @@ T.case("qav_Belto_BinToAsc converts bytes to hexadecimal text", function()
                          { "ab", -1, 0, 1, "" }, { "ab", 10, 0, 0, "6162" } } do
         T.eq(T.results(m.qav_Belto_BinToAsc(c[1], c[2], c[3])), { n = 2, c[4], c[5] }, c[2])
     end
-    T.eq(T.results(m.qav_Belto_BinToAsc("ab", 2)), { n = 2, 0, "" })
 end)
 
 T.case("qav_GetBackupInfoState: the platform's states, or 1, 2, 2 without the query", function()

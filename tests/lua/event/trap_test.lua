@@ -105,8 +105,7 @@ T.case("ISSU state never fails on types; image error needs all three strings", f
     fresh()
     T.eq(m.qav_trap_sysissu({}, "x"), 0)
     only_event { info = "0x09550003", format = "%d%d", values = { 0, 0 } }
-    T.eq(m.qav_trap_sysissu(1), 5005)
-    T.has_lines(zh.log_lines("base"), { "iIssuState = 0, iIssuCheck = 0", "QAV_TRAP_SysIssu proc fail. para num = 1" })
+    T.has_line(zh.log_lines("base"), "iIssuState = 0, iIssuCheck = 0")
 
     fresh()
     T.eq(m.qav_trap_sysimgerror(2, "a", "b", "c"), 0)
