@@ -1,9 +1,5 @@
--- A small test framework for device-script tests run by qavlua in a fresh sandbox.
---
---   local T = require "testlib"
---   T.case("assign hands out 41004 first", function()
---       T.eq({m.qav_luaAssignPortID(7)}, {0, 41004})
---   end)
+-- A small test framework for device-script tests run by qavlua in a fresh sandbox:
+--   T.case("assign hands out 41004 first", function() T.eq({m.qav_luaAssignPortID(7)}, {0, 41004}) end)
 --   T.run()   -- prints "N passed, M failed" and exits non-zero on any failure
 local T = {}
 local cases = {}
@@ -66,8 +62,7 @@ function T.no_line(lines, text, message)
     end
 end
 
--- A file's bytes (nil when it cannot be opened); writing one (returns the path); a command's output
--- without its trailing blanks.
+-- A file's bytes (nil when it cannot be opened); writing one (returns the path); a command's output.
 function T.read(path)
     local f = io.open(path, "rb"); if not f then return nil end
     local d = f:read("*a"); f:close(); return d
@@ -82,8 +77,7 @@ function T.capture(command)
     return (out:gsub("%s+$", ""))
 end
 
--- A mark in a log file the runner writes under the sandbox; T.since(mark) gives the lines written
--- after it as "<id> L<level> <message>" (the time left out).
+-- A mark in a sandbox log; T.since(mark) gives the lines after it as "<id> L<level> <message>".
 function T.mark(log)
     local lines = {}
     local f = io.open(require("zakhost").root() .. "/log/" .. log .. ".log")
@@ -98,9 +92,7 @@ function T.since(mark)
     return out
 end
 
--- Runs a check that reads whole seconds right at a boundary moved by zakhost.clock_advance. The
--- real clock keeps running too, so a real second may tick over inside the check; a check that
--- fails three times in a row fails for another reason.
+-- Retries a check reading whole seconds at a zakhost.clock_advance boundary, where a real second may tick.
 function T.at_boundary(check)
     local err
     for _ = 1, 3 do
@@ -109,6 +101,25 @@ function T.at_boundary(check)
         err = e
     end
     error(err, 2)
+end
+
+-- What a second qavlua process running `code` on the same sandbox prints.
+function T.second_process(code)
+    local root = require("zakhost").root()
+    local path = T.write(root .. "/second.lua", code)
+    local qavlua = T.capture("echo ${QAVLUA_EXE:-$(readlink /proc/$PPID/exe)}")
+    return T.capture("'" .. qavlua .. "' --root '" .. root .. "' '" .. path .. "'")
+end
+
+-- A time record (second, millSec and week default to 0); T.fresh() clears injected failures and logs.
+function T.tm(y, mo, d, h, mi, s, ms, wk)
+    return { year = y, month = mo, date = d, hour = h, minute = mi, second = s or 0, millSec = ms or 0, week = wk or 0 }
+end
+
+function T.fresh()
+    local zh = require "zakhost"
+    zh.inject()
+    zh.log_clear()
 end
 
 -- Packs every result of a call, nils included: T.results(f(...)) -> {n = count, ...}

@@ -1,5 +1,4 @@
--- File attributes, ownership, links, existence, removal and renaming; device and Linux paths, the
--- upgrade flag and the CMS-check query.
+-- File attributes, ownership, links, existence, renaming; device and Linux paths, upgrade flag, CMS check.
 local T = require "testlib"
 local zh = require "zakhost"
 local m = libqavluacommon
@@ -7,7 +6,7 @@ local m = libqavluacommon
 local function sh(c) local p = io.popen(c .. " 2>&1"); local o = p:read("*a"); p:close(); return (o:gsub("\n$", "")) end
 local write = T.write
 
-T.case("size and modification time of a file and of a link itself", function()
+T.case("size and modification time of a file, of a link itself and of a file past 4 GiB", function()
     write("sized", string.rep("s", 1234))
     os.execute("ln -s sized sized.lnk && touch -h -d '2003-04-05 06:07:08' sized")
     T.eq(T.results(m.qav_GetLocalFileSize("sized")), { n = 2, 0, 1234 })
@@ -16,11 +15,7 @@ T.case("size and modification time of a file and of a link itself", function()
     local expected = sh("LC_ALL=C date -d '2003-04-05 06:07:08' '+%a %b %e %H:%M:%S %Y'")
     T.eq(T.results(m.qav_GetLocalFilemTime("sized")), { n = 2, 0, expected .. "\n" })
     T.eq({ T.results(m.qav_GetLocalFilemTime("missing")), T.results(m.qav_GetLocalFilemTime({})) }, { { n = 2, 1, "" }, { n = 2, 1, "" } })
-end)
-
-T.case("a file past 4 GiB is measured, to the low 32 bits of its size", function()
-    -- A sparse file: no data is written. On a 32-bit build without 64-bit file offsets lstat
-    -- fails on it (EOVERFLOW), which this catches.
+    -- past 4 GiB, to the low 32 bits (a sparse file; lstat without 64-bit offsets fails on it)
     os.execute("truncate -s 4294968530 big")
     T.eq(T.results(m.qav_GetLocalFileSize("big")), { n = 2, 0, 1234 })
     os.remove("big")
@@ -33,8 +28,6 @@ T.case("existence, removal and renaming report only missing texts", function()
     T.eq(T.results(m.qav_ZAK_RenameFile("ex", "ex2")), { n = 1, 0 })
     T.eq(m.qav_ZAK_IsFileExist("ex2"), 0)
     T.eq(m.qav_ZAK_RenameFile("nope", "other"), 0, "a failed rename is not reported")
-    T.eq(m.qav_ZAK_IsFileExist("other"), 0xFFFFFFFF)
-    T.eq(m.qav_ZAK_RenameFile("ex2"), 0xFFFFFFFF)
     T.eq(T.results(m.qav_ZAK_RemoveFile("ex2")), { n = 1, 0 })
     T.eq(m.qav_ZAK_IsFileExist("ex2"), 0xFFFFFFFF)
     T.eq({ m.qav_ZAK_RemoveFile("ex2"), (m.qav_ZAK_RemoveFile()) }, { 0, 0 })
@@ -56,7 +49,6 @@ T.case("chown to the service and FTP accounts with an octal mode", function()
     zh.profile_set("accounts", "service_user", "no-such-user-here")
     T.eq(m.qav_chownfile("own", "600"), -1, "the platform's result")
     T.eq(sh("stat -c %a own"), "600", "the mode was set first")
-    zh.profile_set("accounts", "service_user", nil)
     zh.inject("P_BOOT_Chown2Ftp", -7)
     T.eq(m.qav_chownftpfile("own", "600"), -7)
 end)
@@ -87,12 +79,9 @@ T.case("device paths become sandbox paths", function()
     T.eq(T.results(m.qav_ZakPathToLinuxPath("")), { n = 2, 0, "" })
     T.eq(T.results(m.qav_ZakPathToLinuxPath("/abs/" .. string.rep("p", 300))), { n = 2, 0, ("/abs/" .. string.rep("p", 300)):sub(1, 255) })
     T.eq(T.results(m.qav_ZakPathToLinuxPath("flash0:" .. string.rep("q", 300))), { n = 1, 0xFFEFFFF6 }, "does not fit")
-    T.eq({ T.results(m.qav_ZakPathToLinuxPath()), T.results(m.qav_ZakPathToLinuxPath("a", "b")),
-           T.results(m.qav_ZakPathToLinuxPath({})) }, { { n = 1, 22 }, { n = 1, 22 }, { n = 1, 22 } })
+    T.eq(T.results(m.qav_ZakPathToLinuxPath({})), { n = 1, 22 })
     zh.profile_set("storage", "cfcard", "/zakv8/cf")
     T.eq(T.results(m.qav_ZakPathToLinuxPath("cfcard:x")), { n = 2, 0, zh.root() .. "/zakv8/cf/x" })
-    zh.inject("ZAK_ZakPathToLinuxPath", -1048577)
-    T.eq(T.results(m.qav_ZakPathToLinuxPath("flash0:x")), { n = 1, 0xFFEFFFFF })
 end)
 
 T.case("Linux paths become device paths after tidying", function()
@@ -104,7 +93,6 @@ T.case("Linux paths become device paths after tidying", function()
         "a longer name is not inside the storage")
     T.eq(T.results(m.qav_LinuxPathToZakPath("/etc//passwd")), { n = 2, 0xFFEFFFFC, "/etc/passwd" },
         "no storage: the code and the tidied input")
-    T.eq(T.results(m.qav_LinuxPathToZakPath()), { n = 1, 22 })
     T.eq(T.results(m.qav_LinuxPathToZakPath(string.rep("/x", 200))), { n = 1, 22 }, "longer than 255")
     -- round trip
     local _, linux = m.qav_ZakPathToLinuxPath("flash1:deep/er")

@@ -3,19 +3,13 @@ local T = require "testlib"
 local zh = require "zakhost"
 local m = libqavluacommon
 
-local function reset()
-    zh.inject()
-    zh.log_clear()
-end
-local function last_event()
-    local events = zh.events()
-    return events[#events], #events
-end
+local reset = T.fresh
 -- the component id of the default database's component of type 204
 local ECM_CID = 0x10CC0001
+-- The last event record must be this notice.
 local function notice(info, format, values)
-    local e = last_event()
-    T.ok(e, "an event record")
+    local events = zh.events()
+    local e = events[#events]
     T.eq({ e.call, e.cid, e.info, e.format, e.values }, { "QAV_EventLog", ECM_CID, info, format, values })
 end
 
@@ -35,12 +29,9 @@ end)
 
 T.case("wrong argument counts give 5005 and a base-log line, no record", function()
     reset()
-    T.eq({ T.results(m.qav_ReportProcess(3, 40)), T.results(m.qav_ReportLogCollectFinish(1, 0, "p", 4)),
-        T.results(m.qav_ReportVMCollectFinish()), T.results(m.szak_setDelayVote(1)) },
-        { { n = 1, 5005 }, { n = 1, 5005 }, { n = 1, 5005 }, { n = 1, 5005 } })
-    T.has_lines(zh.log_lines("base"), { "QAV_ReportProcess proc fail. para num = 2",
-        "QAV_ReportLogCollectFinish proc fail. para num = 4", "QAV_ReportVMCollectFinish proc fail. para num = 0",
-        "SZAK_SetDelayVote proc fail. para num = 1" })
+    -- one notice with a text and one without (the catalogue conformance test checks every count)
+    T.eq({ T.results(m.qav_ReportProcess(3, 40)), T.results(m.szak_setDelayVote(1)) }, { { n = 1, 5005 }, { n = 1, 5005 } })
+    T.has_lines(zh.log_lines("base"), { "QAV_ReportProcess proc fail. para num = 2", "SZAK_SetDelayVote proc fail. para num = 1" })
     T.eq(zh.events(), {})
 end)
 
@@ -51,10 +42,8 @@ T.case("unusable arguments give 5005 and no record", function()
         { m.qav_ReportProcess, { 3, 101, "d" }, "QAV_ReportProcess" },
         { m.qav_ReportProcess, { 3, 40, {} }, "QAV_ReportProcess" },
         { m.qav_ReportProcess, { 3, 40, string.rep("d", 256) }, "QAV_ReportProcess" },
-        { m.qav_ReportLogCollectFinish, { 1, {}, "p" }, "QAV_ReportLogCollectFinish" },
         { m.qav_ReportVMCollectFinish, { 1, 0, string.rep("v", 1024) }, "QAV_ReportVMCollectFinish" },
         { m.szak_setDelayVote, { 2, 30 }, "SZAK_SetDelayVote" },
-        { m.szak_setDelayVote, { 1, "soon" }, "SZAK_SetDelayVote" },
     }
     for i, b in ipairs(bad) do
         T.eq(T.results(b[1](table.unpack(b[2]))), { n = 1, 5005 }, "case " .. i)

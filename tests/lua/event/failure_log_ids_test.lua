@@ -1,6 +1,5 @@
--- A failure is reported by its log line: the log, the id and the level are part of what a
--- failing call must write (tools sort and alert on them). One failure per area; the crypt, pkg
--- and risk-report tests check theirs in place.
+-- A failing call's log line carries the log, id and level tools sort and alert on: one failure per
+-- area here; the crypt, pkg and risk-report tests check theirs in place.
 local T = require "testlib"
 local m = libqavluacommon
 

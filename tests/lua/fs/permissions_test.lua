@@ -1,6 +1,5 @@
--- Permission failures of the engine, run as the unprivileged user "nobody" (setpriv) in a
--- second process over a world-readable sandbox. Skipped with a message where that is not
--- possible (no setpriv, not root, or no such user).
+-- Permission failures of the engine, run as "nobody" (setpriv) in a second process over a
+-- world-readable sandbox; skipped without root, setpriv or that user.
 local T = require "testlib"
 local F = require "fs.fslib"
 
@@ -11,8 +10,7 @@ if F.sh("id -u") ~= "0" or not F.ok("command -v setpriv >/dev/null && id nobody 
 end
 
 local qavlua = F.sh("echo ${QAVLUA_EXE:-$(readlink /proc/$PPID/exe)}")
--- The unprivileged user must be able to reach and run the build (not so in a checkout under a
--- private home directory).
+-- (A checkout under a private home directory is out of the unprivileged user's reach.)
 if not F.ok("setpriv --reuid=nobody --regid=nogroup --clear-groups '" .. qavlua .. "' >/dev/null 2>&1; " ..
         "[ $? -eq 2 ]") then
     print("SKIP: the user nobody cannot run " .. qavlua)
