@@ -1,6 +1,5 @@
-// Opening the library: process-wide objects are created once under the shared initialisation
-// mutex, every open registers the functions and re-initialises the TPM tables, and the
-// dispatcher keeps the interpreter safe from result counts it cannot honour.
+// Opening the library (process objects once, TPM tables every open) and the dispatcher's handling
+// of result counts and traces.
 #include <gtest/gtest.h>
 
 #include <algorithm>
@@ -123,10 +122,8 @@ int EchoWithText(lua_State *L) {
     return lua_gettop(L);
 }
 
-// A state that opens a module while ZAKHOST_TRACE is set traces every call. The secret arguments
-// (by position) and every text result of the credential functions show as <secret>. Every script
-// name of the library is called, so a name missing from the host's list, or a wrong position,
-// shows.
+// Every script name traced: the secret arguments (by position) and every text result of the
+// credential functions show as <secret>, so a name missing from the host's list shows.
 TEST(Dispatcher, TraceHidesSecretArgumentsAndResults) {
     const std::map<std::string, std::set<int>> secrets = {
         {"qav_DecryptPassword_Enh", {1}},

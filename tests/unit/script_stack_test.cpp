@@ -39,8 +39,6 @@ TEST_F(ScriptStack, NumbersConvertTruncateAndWrap) {
         int32_t asSigned;
     } cases[] = {
         {"7", 7, 7},
-        {"-1", 0xFFFFFFFFu, -1},
-        {"4294967295", 0xFFFFFFFFu, -1},
         {"4294967296", 0, 0},
         {"2147483648", 0x80000000u, INT32_MIN},
         {"3.9", 3, 3},
