@@ -17,8 +17,10 @@
 #include <fstream>
 #include <initializer_list>
 #include <limits>
+#include <optional>
 #include <set>
 #include <string>
+#include <utility>
 
 extern "C" {
 #include <lauxlib.h>
@@ -280,28 +282,21 @@ int Probe(lua_State *L) {
     return taken;
 }
 
-// The process's standard descriptors as they were at the start: no call may close or replace them
-// (a script hands descriptor numbers in as plain integers).
-struct StandardDescriptor {
-    bool open = false;
-    dev_t device = 0;
-    ino_t inode = 0;
-};
-StandardDescriptor g_standard[3];
+// The process's standard descriptors (device and inode) as they were at the start: no call may close
+// or replace them (a script hands descriptor numbers in as plain integers).
+using Described = std::optional<std::pair<dev_t, ino_t>>;
+Described g_standard[3];
 
-StandardDescriptor Describe(int fd) {
+Described Describe(int fd) {
     struct stat record {};
-    if (fstat(fd, &record) != 0) return {};
-    return {true, record.st_dev, record.st_ino};
+    if (fstat(fd, &record) != 0) return std::nullopt;
+    return std::pair{record.st_dev, record.st_ino};
 }
 
 void CheckStandardDescriptors(const char *script) {
-    for (int fd = 0; fd < 3; ++fd) {
-        StandardDescriptor now = Describe(fd);
-        if (g_standard[fd].open &&
-            (!now.open || now.device != g_standard[fd].device || now.inode != g_standard[fd].inode))
+    for (int fd = 0; fd < 3; ++fd)
+        if (g_standard[fd] && Describe(fd) != g_standard[fd])
             CallFinding(script, "descriptor", "closed or replaced standard descriptor " + std::to_string(fd));
-    }
 }
 
 lua_State *NewState() {
