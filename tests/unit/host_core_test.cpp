@@ -134,9 +134,6 @@ TEST(HostIni, KeysAreTakenExactlyAsWritten) {
     ASSERT_EQ(RPM_WriteProfileString(file.c_str(), "[other]", "new", "x"), 0u);
     ASSERT_EQ(RPM_WriteProfileString(file.c_str(), "[third]", "k", "v"), 0u);
     EXPECT_EQ(Slurp(file), "[VPN INDEX]\nindex =12\nindex=8\n\n[other]\nindex = 9\nnew=x\n[third]\nk=v\n");
-    std::string fresh = dir + "/fresh.ini";
-    ASSERT_EQ(RPM_WriteProfileString(fresh.c_str(), "[VPN INDEX]", "index ", "3"), 0u);
-    EXPECT_EQ(Slurp(fresh), "[VPN INDEX]\nindex =3\n");
 }
 
 TEST(HostProfile, NumbersAreDecimalOrHexNeverOctal) {
