@@ -137,11 +137,9 @@ TEST(CipherService, TheOutputNeedsRoomForTheTextAndItsEndOnly) {
 TEST_F(SecretBuffers, CipherBuffersOfThePasswordFunctionsAreWiped) {
     auto r = Call(QAV_EncryptPassword_EnhExp, {"pw", "x"});
     ASSERT_EQ(r.size(), 2u);
-    EXPECT_EQ(NUK_CRYPT_IsCipher(r[1].c_str()), 0u);
     ExpectWiped("qav_EncryptPassword_EnhExp cipher", 433);
     r = Call(QAV_CRYPT_Encrypt_Enhance_IV, {"pw", "0", "433", "1", "k", "0123456789abcdef"});
     ASSERT_EQ(r.size(), 1u);
-    EXPECT_EQ(NUK_CRYPT_IsCipher(r[0].c_str()), 0u);
     ExpectWiped("qav_CRYPT_Encrypt_Enhance_IV cipher", 433);
 }
 
