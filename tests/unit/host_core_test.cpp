@@ -184,8 +184,6 @@ TEST(HostWrites, FailedWritesAreReportedInSyslogWithPathAndErrno) {
     EXPECT_NE(ZAK_SetMKConfigStatus(5), 0u);
     EXPECT_EQ(reported("cannot write " + state + ": Is a directory"), 1u);
     EXPECT_EQ(unlink((state + "/keep").c_str()) | rmdir(state.c_str()), 0);
-    EXPECT_EQ(ZAK_SetMKConfigStatus(5), 0u);
-    EXPECT_EQ(ZAK_GetMKConfigStatus(), 5u);
     // A log file that cannot be appended to is reported once, not once per record.
     setenv("ZAKHOST_LOG_DIR", (dir + "/file").c_str(), 1u);
     zakhost::log_text("upgrade", 0, 3, "one");

@@ -2,7 +2,6 @@
 // of result counts and traces.
 #include <gtest/gtest.h>
 
-#include <algorithm>
 #include <map>
 #include <set>
 #include <string>
@@ -32,9 +31,6 @@ TEST(LibraryOpen, ProcessObjectsOnceTpmTablesEveryOpen) {
     lua_State *states[5] = {unit::OpenState()};
     const std::vector<uint32_t> objects = {g_pUpgradeMutex, g_pHaVnodeDeployMutex, g_pSoftwareManageMutex};
     auto *ports = g_pstAssignPortIDList;
-    EXPECT_EQ(std::count(objects.begin(), objects.end(), 0u), 0);
-    EXPECT_NE(ports, nullptr);
-    EXPECT_EQ(pstUpgradeLock, &g_stUpgradeLock);
     uint32_t reportSema = g_stTpmReportTable.lock.semaId;
     size_t opens = unit::Logged("upgrade", "init tpm table in open luacommon so");
     size_t tpmInits = unit::Logged("upgrade", "TPM Init Tpm Query Table entry");
