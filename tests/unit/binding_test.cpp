@@ -59,7 +59,6 @@ TEST(BindingArgs, TypeStringChecksCountAndEveryType) {
         {"1, false", "tb", false},
         {"3", "u", true},
         {"-3", "u", false},
-        {"2.5", "u", false},
         {"nil, {}, 'x'", "...", true},
         {"nil, {}", "...", false},
         {"1", "x", false},
