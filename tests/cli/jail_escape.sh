@@ -1,10 +1,7 @@
 #!/bin/sh
-# Every way a device script could reach the host, tried from inside the jail, as root and as an
-# unprivileged user (nobody, when this runs as root): canary directories outside the sandbox (one
-# hidden by the jail's /tmp, one inside the read-only build tree) and the host's /etc/shadow must be
-# unchanged afterwards, while the password changes act on the sandbox's own accounts. As root the
-# test runs in a throwaway mount namespace whose /etc/shadow is a copy, so that even a failing test
-# cannot change the real one.
+# Every way a device script could reach the host, tried from inside the jail as root and as nobody:
+# canaries outside the sandbox and the host's /etc/shadow stay unchanged (as root in a throwaway
+# mount namespace whose /etc/shadow is a copy, so that even a failing test cannot change the real one).
 set -eu
 qavlua=$(realpath "$1")
 qavpkg=$(dirname "$qavlua")/qavpkg

@@ -1,12 +1,6 @@
-// The call-anything harness (see call_anything.h). Inputs decode into at most kMaxCalls calls;
-// each call names a registry position, an argument count of 0 to 24 and one encoded value per
-// argument. Running out of bytes pads with nil.
-//
-// Safety of the host: file-system functions get only relative paths (the scratch work directory
-// is the current directory inside a temporary device sandbox); generated strings never start
-// with '/' and never contain "..", so no path, symbolic link target included, leaves the
-// sandbox. Directory streams are passed only as null or as streams the library returned and
-// nobody closed yet.
+// The call-anything harness (see call_anything.h and docs/conformance.md). Generated strings never
+// start with '/' and never contain "..", so no path leaves the scratch sandbox; directory streams
+// are passed only as null or as streams the library returned and nobody closed yet.
 #include "call_anything.h"
 
 #include <dirent.h>
@@ -20,10 +14,13 @@
 #include <cstdlib>
 #include <cstring>
 #include <deque>
+#include <fstream>
 #include <initializer_list>
 #include <limits>
+#include <optional>
 #include <set>
 #include <string>
+#include <utility>
 
 extern "C" {
 #include <lauxlib.h>
@@ -48,10 +45,6 @@ const double kFloats[] = {0.5, -0.5, std::nan(""), -std::nan(""), HUGE_VAL, -HUG
                           4294967296.5, 2147483648.0, -2147483649.0, -0.0, 1e-310, 9.3e18, -9.3e18, 3.0};
 // clang-format on
 
-std::string Repeat(char c, size_t n) {
-    return std::string(n, c);
-}
-
 // Words that the functions treat specially, paths inside the work directory, file modes, lock
 // and semaphore names, format directives and long or binary texts.
 const std::vector<std::string> &Words() {
@@ -60,9 +53,9 @@ const std::vector<std::string> &Words() {
         "", "work", "work/f.txt", "work/dir", "work/dir/g.txt", "work/empty", "work/new",
         "work/new/deeper/still", "work/link", "work/f.txt.copy", "f.txt", "g.txt", "../data/zakcfg.ini",
         "../data", "vercfg.xml", "r", "w", "a", "rb", "wb", "r+", "a+", "w+", "set", "cur", "end",
-        "%s%n%d%x%p%s%s%s%s%s", "%n%n%n%n", "%99999999d", "%.2147483647s", "%ls%c%hhn", Repeat('A', 255),
-        Repeat('B', 256), Repeat('C', 1024), Repeat('D', 4097), "work" + Repeat('/', 300) + "f.txt",
-        Repeat('E', 70000), std::string("\0\x01\xFF\x80\0tail", 10), std::string("a\0b", 3),
+        "%s%n%d%x%p%s%s%s%s%s", "%n%n%n%n", "%99999999d", "%.2147483647s", "%ls%c%hhn", std::string(255, 'A'),
+        std::string(256, 'B'), std::string(1024, 'C'), std::string(4097, 'D'), "work" + std::string(300, '/') + "f.txt",
+        std::string(70000, 'E'), std::string("\0\x01\xFF\x80\0tail", 10), std::string("a\0b", 3),
         "\xC3\xA9\xE2\x82\xAC\xF0\x9F\x98\x80", "0", "-1", "1", "4294967295", "0x1F", "1e400", "nan",
         "V100R001C00SPC100", "V1.0.0", "1.0.0", "cpu", "CPU", "MPU", "root", "user", "guest",
         "patlocksema", "tpmreportsema", "ntpucastsema", "lock1", "UTC", "DST", "Asia/Shanghai",
@@ -246,23 +239,17 @@ bool Listed(const char *script, std::initializer_list<const char *> names) {
     return false;
 }
 
-// Functions whose result count is deliberately not a count of what they pushed on some paths;
-// the engine's dispatcher clamps a count beyond the stack to the stack height.
+// Functions whose result count is deliberately not what they pushed on some paths (the reasons:
+// docs/conformance.md); the engine's dispatcher clamps a count beyond the stack to its height.
 bool MayReturnBadCount(const char *script) {
-    // A wrong argument count returns 0xFFFFFFFF as the count itself (the first two); a time key that
-    // is not a number returns 0x801707 (the next two); the register setters push nothing and
-    // declare 3 or 2 results.
     return Listed(script,
                   {"qav_spt_SysLocalTimeGet", "qav_ResetBoardForNpuModeSwitch",
                    "qav_spt_SysGmt2LocalTimeByTzDst", "qav_GetAppointmentTimeOffset",
                    "qav_SU_SetRstRollbackTimerLock", "qav_SU_SetUpgradeLockTime", "qav_SU_SetUpgradeState"});
 }
 
-// Functions that leave the table values they read below their results (the engine takes only
-// the top results, so scripts never see them).
+// Functions that leave the table values they read below their results, which scripts never see.
 bool MayLeaveReadValues(const char *script) {
-    // The time-record readers do not pop the fields they fetch; of the pat lock-info setter the
-    // startTime text and the unused "traceback" field stay.
     return Listed(script,
                   {"qav_spt_SysLocalTime2Gmt", "qav_spt_SysGmt2LocalTime", "qav_spt_SysLocalTime2GmtByTzDst",
                    "qav_trap_UTCclockchange", "qav_trap_sysreload", "qav_spt_SysGmt2LocalTimeByTzDst",
@@ -295,28 +282,21 @@ int Probe(lua_State *L) {
     return taken;
 }
 
-// The process's standard descriptors as they were at the start: no call may close or replace them
-// (a script hands descriptor numbers in as plain integers).
-struct StandardDescriptor {
-    bool open = false;
-    dev_t device = 0;
-    ino_t inode = 0;
-};
-StandardDescriptor g_standard[3];
+// The process's standard descriptors (device and inode) as they were at the start: no call may close
+// or replace them (a script hands descriptor numbers in as plain integers).
+using Described = std::optional<std::pair<dev_t, ino_t>>;
+Described g_standard[3];
 
-StandardDescriptor Describe(int fd) {
+Described Describe(int fd) {
     struct stat record {};
-    if (fstat(fd, &record) != 0) return {};
-    return {true, record.st_dev, record.st_ino};
+    if (fstat(fd, &record) != 0) return std::nullopt;
+    return std::pair{record.st_dev, record.st_ino};
 }
 
 void CheckStandardDescriptors(const char *script) {
-    for (int fd = 0; fd < 3; ++fd) {
-        StandardDescriptor now = Describe(fd);
-        if (g_standard[fd].open &&
-            (!now.open || now.device != g_standard[fd].device || now.inode != g_standard[fd].inode))
+    for (int fd = 0; fd < 3; ++fd)
+        if (g_standard[fd] && Describe(fd) != g_standard[fd])
             CallFinding(script, "descriptor", "closed or replaced standard descriptor " + std::to_string(fd));
-    }
 }
 
 lua_State *NewState() {
@@ -345,13 +325,6 @@ void RemoveTree(const std::string &path) {
     nftw(path.c_str(), RemoveEntry, 16, FTW_DEPTH | FTW_PHYS);
 }
 
-void WriteFile(const std::string &path, const std::string &text) {
-    if (FILE *f = std::fopen(path.c_str(), "w")) {
-        std::fwrite(text.data(), 1, text.size(), f);
-        std::fclose(f);
-    }
-}
-
 // The work directory as every input finds it: a file, a directory with a file, an empty
 // directory and a symbolic link inside the tree.
 void ResetWorkDirectory() {
@@ -369,8 +342,8 @@ void ResetWorkDirectory() {
     mkdir("work", 0755);
     mkdir("work/dir", 0755);
     mkdir("work/empty", 0755);
-    WriteFile("work/f.txt", "first line\nsecond line\n12345 67.5\n");
-    WriteFile("work/dir/g.txt", std::string("binary\0data\n", 12));
+    std::ofstream("work/f.txt") << "first line\nsecond line\n12345 67.5\n";
+    std::ofstream("work/dir/g.txt") << std::string("binary\0data\n", 12);
     symlink("dir", "work/link");
 }
 
@@ -382,13 +355,13 @@ void ResetHost() {
         zakhost::inject(service, 1, 0, std::numeric_limits<uint32_t>::max());
 }
 
-} // namespace
-
 int PositionOf(const std::string &script) {
     for (size_t i = 0; i < qav::kRegistryEntries; ++i)
         if (script == qav::kRegistry[i].name) return static_cast<int>(i);
     return -1;
 }
+
+} // namespace
 
 size_t FunctionCount() {
     return qav::kRegistryEntries;

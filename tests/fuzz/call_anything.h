@@ -18,7 +18,7 @@ void Teardown();
 // Runs one input.
 void RunInput(const uint8_t *data, size_t size);
 
-// Input encoding, for the seed writer and the sweep.
+// Input encoding, for the sweep.
 inline constexpr size_t kMaxCalls = 4;
 inline constexpr size_t kMaxArgs = 24;
 enum Kind : uint8_t {
@@ -53,8 +53,6 @@ struct InputBuilder {
     }
 };
 
-// Registry position of a script name, or -1.
-int PositionOf(const std::string &script);
 // Number of registered functions.
 size_t FunctionCount();
 

@@ -1,12 +1,7 @@
 #!/usr/bin/env bash
-# A time-boxed libFuzzer run of the call-anything harness, started from the seed corpus.
+# A time-boxed libFuzzer run of the call-anything harness from the seed corpus, in a clang build
+# with the sanitizers, read-only jailed when bubblewrap works (see docs/conformance.md).
 #   tests/fuzz/run_fuzz.sh [seconds (default 90)] [build directory (default build-fuzz)]
-# CI runs 90 s; a soak of the whole process is `tests/fuzz/run_fuzz.sh 1200` (20 minutes or more),
-# which ends clean with "fuzz: no finding in 1200 s" and status 0.
-# Builds with clang (-DQAV_FUZZ=ON: libFuzzer, AddressSanitizer, UndefinedBehaviorSanitizer). The
-# run happens inside bubblewrap when it works here: the whole file system read-only except the run
-# directory, a private /tmp and /dev/shm. Prints the executions and their rate; a finding leaves
-# its input in <build>/fuzz-run/artifacts and fails.
 set -euo pipefail
 seconds=${1:-90}
 src=$(cd "$(dirname "$0")/../.." && pwd)

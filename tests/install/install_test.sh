@@ -1,12 +1,8 @@
 #!/bin/sh
-# Installs the build into a temporary prefix, moves the prefix elsewhere (the install must not
-# depend on the build tree or on where it was put), and uses it the ways the README describes:
-# run a device script and an example with the installed qavlua in a fresh sandbox, build a
-# program through pkg-config, and a project through the CMake package.
+# Installs the build into a temporary prefix, moves it elsewhere, and uses it the ways the README
+# describes (sanitizer and cross builds leave out the programs built here; QAV_TARGET_RUN, when
+# set, is the emulator that starts the target's programs).
 # usage: install_test.sh BUILD_DIR SOURCE_DIR LUA_VERSION [SANITIZERS]
-# (With sanitizers the programs built here without them cannot load the instrumented library;
-# in a cross build the host's compiler cannot build for the target: those steps are left out.
-# QAV_TARGET_RUN, when set, is the emulator that starts the target's programs.)
 set -eu
 build=$1
 source=$2

@@ -1,11 +1,5 @@
-// Load: 16 script states on 8 threads run rounds of a mixed workload for a bounded time: a
-// record table set and read back under its named lock, ports on the state's own OS node and on one
-// shared node, the upgrade lock (read with its own VM, every eighth round write), and a small tree
-// made, copied and removed with the file engine and script file handles in the state's directory.
-// Checked: no two holders of a named lock or of incompatible upgrade locks; a table read under its
-// lock is what was set; a plain counter under each named lock loses no update; each state's port
-// sequence is unbroken and the shared cursor moved once per assignment; at the end no descriptor
-// is registered, every tree is gone and the upgrade lock is idle.
+// Load: 16 script states on 8 threads run rounds of a mixed workload (record tables under their named
+// locks, ports, the upgrade lock, the file engine and file handles) and check the invariants of each.
 // usage: state_stress [seconds]   (default 2; below the named locks' 5 s wait slice, so a slow
 //                                  waiter is never taken for an abandoned holder)
 #include <sys/stat.h>

