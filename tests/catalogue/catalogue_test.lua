@@ -1,5 +1,4 @@
--- The catalogue lists every registered script function once, with its entry function, and
--- nothing else; the library loaded in this sandbox registers exactly the catalogue's names.
+-- The catalogue lists every registered function once, with its entry function, and nothing else.
 local T = require "testlib"
 local source = assert(os.getenv("QAV_SOURCE_DIR"), "QAV_SOURCE_DIR not set")
 local C = dofile(source .. "/tools/gen/catalogue.lua")

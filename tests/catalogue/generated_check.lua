@@ -1,7 +1,5 @@
--- Checks the files generated from the catalogue: the Lua language server definitions load in a
--- stock interpreter and declare every function with its parameters and results, and the reference
--- documents every function under its area with its codes, argument counts, table shapes, profile
--- facts and logs. (cli/check_scripts checks the examples' calls against the catalogue.)
+-- The files generated from the catalogue: the language server definitions declare every function
+-- with its parameters and results; the reference documents each under its area with its details.
 -- usage: lua5.x generated_check.lua SOURCE_DIR META_FILE REFERENCE_FILE
 local source, metaPath, referencePath = arg[1], arg[2], arg[3]
 local C = dofile(source .. "/tools/gen/catalogue.lua")

@@ -1,5 +1,4 @@
--- The language server definitions of the zakhost module declare exactly the functions the
--- module offers, and load as plain Lua.
+-- The zakhost module's language server definitions load as Lua and declare exactly its functions.
 local T = require "testlib"
 local zh = require "zakhost"
 local source = assert(os.getenv("QAV_SOURCE_DIR"), "QAV_SOURCE_DIR not set")

@@ -1,7 +1,6 @@
 #!/bin/sh
-# qavlua check: the examples are clean; broken samples get one finding a line with file and line,
-# through the global, require results and local aliases, and a non-zero exit. With luacheck
-# installed, the generated configuration passes the examples and flags an unknown function.
+# qavlua check: clean examples; one finding a line for broken calls however the library is reached;
+# with luacheck installed, the generated configuration passes the examples and flags unknown names.
 # usage: check_scripts.sh QAVLUA SOURCE_DIR LUACHECKRC
 set -eu
 qavlua=$1

@@ -1,6 +1,5 @@
 #!/bin/sh
-# qavlua -j 4: four scripts in four script states of one process assign ports for one OS node
-# at once; no position may be handed out twice within one cycle of 125.
+# qavlua -j 4: four states assign ports for one OS node at once; none twice in a cycle of 125.
 set -eu
 qavlua=$1
 sandbox=$(mktemp -d "${TMPDIR:-/tmp}/qavlua-par.XXXXXX")

@@ -1,6 +1,5 @@
 #!/bin/sh
-# qavpkg: one line naming what each command wrote; a write into a missing directory names that
-# directory; numbers the device reads as numbers are refused when they are not.
+# qavpkg: one line per command written; a missing directory and a non-number are refused by name.
 # usage: qavpkg_messages.sh QAVPKG
 set -eu
 qavpkg=$1

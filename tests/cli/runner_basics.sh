@@ -1,6 +1,5 @@
 #!/bin/sh
-# qavlua: sandbox creation, the working directory and globals a script sees in the jail,
-# arguments, errors, call tracing, the log files, and the command line's own answers.
+# qavlua: sandbox creation, what a script sees in the jail, errors, tracing, logs, command line.
 set -eu
 qavlua=$1
 dir=$(mktemp -d "${TMPDIR:-/tmp}/qavlua-cli.XXXXXX")

@@ -1,6 +1,5 @@
 #!/bin/sh
-# Runs one example the way the README tells a script author to, in a fresh sandbox, and checks
-# what it printed and left in the sandbox.
+# Runs one example as the README says, in a fresh sandbox; checks its output and what it left.
 # usage: run_example.sh QAVLUA EXAMPLES_DIR precheck|patch|parallel|busted|main
 set -eu
 qavlua=$1

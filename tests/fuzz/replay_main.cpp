@@ -1,8 +1,7 @@
 // Runs the call-anything harness without libFuzzer:
-//   call_anything_replay FILE|DIR...     every input file given (directories: their files)
-//   call_anything_replay --sweep         every registered function with every argument count
-//                                        from 0 to 24, each count once per value kind, in the
-//                                        shared and in fresh script states
+//   call_anything_replay FILE|DIR...   every input file given (directories: their files)
+//   call_anything_replay --sweep       every function with 0 to 24 arguments of each value kind,
+//                                      in the shared and in fresh script states
 // A finding aborts with a message naming the function; otherwise it prints what it ran.
 #include <algorithm>
 #include <cstdio>

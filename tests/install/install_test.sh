@@ -1,7 +1,6 @@
 #!/bin/sh
-# Installs the build into a temporary prefix, moves it elsewhere, and uses it the ways the README
-# describes (sanitizer and cross builds leave out the programs built here; QAV_TARGET_RUN, when
-# set, is the emulator that starts the target's programs).
+# Installs the build, moves the prefix, and uses it as the README describes (sanitizer and cross
+# builds skip the programs built here; QAV_TARGET_RUN, when set, starts the target's programs).
 # usage: install_test.sh BUILD_DIR SOURCE_DIR LUA_VERSION [SANITIZERS]
 set -eu
 build=$1

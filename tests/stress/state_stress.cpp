@@ -1,7 +1,5 @@
-// Load: 16 script states on 8 threads run rounds of a mixed workload (record tables under their named
-// locks, ports, the upgrade lock, the file engine and file handles) and check the invariants of each.
-// usage: state_stress [seconds]   (default 2; below the named locks' 5 s wait slice, so a slow
-//                                  waiter is never taken for an abandoned holder)
+// Load: 16 script states on 8 threads run a mixed workload and check the invariants of each part.
+// usage: state_stress [seconds]   (default 2: below the 5 s slice after which a waiter takes over)
 #include <sys/stat.h>
 #include <unistd.h>
 
@@ -37,9 +35,8 @@ void Violation(const std::string &what) {
     ++g_violations;
 }
 
-// Occupancy of the named locks: an atomic holder count, and a plain counter that only the holder
-// touches (a lock that admits two holders, or gives no ordering, loses updates or is reported by
-// ThreadSanitizer).
+// A named lock's holders: an atomic count, and a plain counter only the holder touches (a lock
+// admitting two holders, or giving no ordering, loses updates or is reported by ThreadSanitizer).
 struct LockSlot {
     std::atomic<int> holders{0};
     long guarded = 0;

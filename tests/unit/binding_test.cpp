@@ -1,5 +1,4 @@
-// The registry's mismatched names (its rows are checked against the catalogue elsewhere); and the
-// argument check every entry function uses: the count and one type letter per argument.
+// The registry's renamed entries and the argument check (the count, one type letter an argument).
 #include <dlfcn.h>
 #include <gtest/gtest.h>
 
@@ -21,8 +20,7 @@ const SCRIPT_REG_ENTRY *Find(const char *script) {
     return nullptr;
 }
 
-// Some script names call a function whose name differs from theirs: the registry holds the
-// exported function of that name.
+// Script names whose entry function is named differently call that exported function.
 TEST(Registry, MismatchedNamesCallTheExportedFunction) {
     struct Pair {
         const char *script;

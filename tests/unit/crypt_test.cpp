@@ -1,5 +1,4 @@
-// No secret byte is left in the script functions' buffers when they return (the wipe probe sees each
-// buffer as its scope ends); the password tool's log classified (through stand-in tools on PATH).
+// No secret byte left in the script functions' buffers when they return; the password tool's log.
 #include <gtest/gtest.h>
 
 #include <cstring>
@@ -54,8 +53,7 @@ class SecretBuffers : public ::testing::Test {
         qav::crypt::g_wipeProbe = nullptr;
         lua_close(state_);
     }
-    // Calls `entry` with the given string arguments (numbers where the text parses as one) and
-    // returns the results as strings.
+    // Calls `entry` (texts that parse as numbers go as numbers); the results as strings.
     std::vector<std::string> Call(lua_CFunction entry, const std::vector<std::string> &args) {
         lua_settop(state_, 0);
         for (const auto &a : args) {
@@ -156,16 +154,11 @@ TEST_F(SecretBuffers, HexKeyIvCipherAndPlainBuffersAreWiped) {
     ExpectWiped("qav_CRYPT_Decrypt_Ext plain", 256);
 }
 
-TEST(CryptHexKeys, PairsOddEndsAndLimits) {
+// (Odd ends, bad pairs and longer texts: block_decrypt_test.lua's odd-character and refusal cases.)
+TEST(CryptHexKeys, TwiceTheSizeInCharactersFitsAndNoTextFails) {
     uint8_t out[4] = {};
-    EXPECT_EQ(QAV_GetKeyValue("0aFf7", out, 4), 0u); // the odd last character is ignored
-    EXPECT_EQ(out[0], 0x0A);
-    EXPECT_EQ(out[1], 0xFF);
-    EXPECT_EQ(out[2], 0x00);
     EXPECT_EQ(QAV_GetKeyValue("00112233", out, 4), 0u);
     EXPECT_EQ(out[3], 0x33);
-    EXPECT_EQ(QAV_GetKeyValue("0011223344", out, 4), 1u); // more than 2 * size characters
-    EXPECT_EQ(QAV_GetKeyValue("0g", out, 4), 1u);
     EXPECT_EQ(QAV_GetKeyValue(nullptr, out, 4), 1u);
 }
 
@@ -221,8 +214,6 @@ TEST_F(PasswordTool, FailuresAreClassifiedFromTheToolsLog) {
     Spill(root_ + "/script", "passwd: Password has been already used. Choose another.\n");
     Spill(root_ + "/status", "10");
     EXPECT_EQ(QAV_ModifyUserPasswd("qavunitguest", "again"), 1004);
-    Spill(root_ + "/script", "passwd: Authentication token manipulation error\n");
-    EXPECT_EQ(QAV_ModifyUserPasswd("qavunitguest", "again"), 1003);
     // Output on the error stream counts as well ("&>" takes both).
     Spill(root_ + "/tools/passwd", "#!/bin/bash\necho 'Password has been used already' >&2\nexit 1\n");
     EXPECT_EQ(QAV_ModifyUserPasswd("qavunitguest", "again"), 1004);

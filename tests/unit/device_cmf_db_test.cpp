@@ -1,5 +1,4 @@
-// The host configuration database: selects by keys, limits, the class lookup and the component
-// address service, over the default database and over profile overrides.
+// The host configuration database: key selects, limits, class lookup and component addresses.
 #include <gtest/gtest.h>
 
 #include "cmf_db.h"
@@ -37,8 +36,7 @@ TEST_F(CmfDb, FirstRecordByComponentType) {
     EXPECT_EQ(record[2], 0x01010201u);
     EXPECT_EQ(record[7], 0u); // beyond the record's fields the buffer is zero-filled
     EXPECT_EQ(CMF_DBSelectFirstRec(77, &cond, record, sizeof record), CMF_DB_ERR_NO_TABLE);
-    // A short buffer gets the leading fields, nothing past the given size; an injected failure
-    // comes back as given, once.
+    // A short buffer gets the leading fields only; an injected failure comes back as given, once.
     cond = Keys({{CMF_COMP_FIELD_TYPE, 4, 204}});
     record[1] = 7;
     zakhost::inject("CMF_DBSelectFirstRec", 0x1234, 1, 1);

@@ -1,5 +1,4 @@
-// Path splitting of the package checks, the file node records the host's vercfg reader fills, and
-// the host's command filter, shell and file digest services.
+// Package path splitting, the vercfg file node records, the host's command filter, shell and digest.
 #include <gtest/gtest.h>
 #include <unistd.h>
 

@@ -1,5 +1,4 @@
-// Unit tests never touch the machine's own paths: when ZAKHOST_ROOT is not set (a developer
-// running the test binary by hand), every test process gets a fresh sandbox of its own.
+// Unit tests never touch the machine's paths: without ZAKHOST_ROOT each process makes a sandbox.
 #include <gtest/gtest.h>
 
 #include <cstdlib>

@@ -1,5 +1,4 @@
-// Shared state used from script states on several threads at once, and the paths only other
-// libraries reach: entry functions without a script state, the TPM table initialisation.
+// Shared state used from several threads at once, and paths only other libraries reach.
 #include <gtest/gtest.h>
 
 #include <atomic>

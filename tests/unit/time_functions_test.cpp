@@ -1,5 +1,4 @@
-// Daylight-saving conversion against the C library's reading of the same rules as TZ strings, the
-// record limits, and functions the library exports without registering them.
+// Daylight-saving conversion against the C library's TZ rules, record limits, unregistered exports.
 #include <gtest/gtest.h>
 
 #include <cstdlib>
