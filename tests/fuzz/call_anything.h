@@ -1,7 +1,6 @@
-// Call-anything harness: decodes a byte string into a few calls of registered script functions
-// with arbitrary arguments and checks that each call returns normally, raises no script error
-// and leaves no more values on the stack than the result count it returns. A finding prints what
-// was called and aborts, so both libFuzzer and the replay runner stop on it.
+// Call-anything harness: a byte string decoded into a few calls with arbitrary arguments, each of
+// which must return normally, raise no script error and leave no more values than it returns. A
+// finding prints the call and aborts, so both libFuzzer and the replay runner stop on it.
 #pragma once
 
 #include <cstddef>

@@ -1,8 +1,7 @@
 #!/bin/sh
-# Runs a command with the whole file system read-only except a private /tmp and /dev/shm, when
-# bubblewrap works here; otherwise runs it as it is. The call-anything runners use it: they hand
-# arbitrary texts to functions that remove, move and change files. A checkout or build under /tmp
-# (the command, its arguments, the working directory) stays visible, read-only, in the jail.
+# Runs a command with the file system read-only but a private /tmp and /dev/shm when bubblewrap
+# works, else as it is: the call-anything runners hand arbitrary texts to functions that change
+# files. A checkout or build under /tmp (command, arguments, working directory) stays visible.
 if command -v bwrap >/dev/null 2>&1 && bwrap --ro-bind / / --dev /dev true 2>/dev/null; then
     keep=""
     for path in "$PWD" "$@"; do
