@@ -103,7 +103,6 @@ T.case("the HA log lines are written only while the log level is from 1 to 5", f
         m.su_ClearFaultBoardInfo()
         T.eq(#zh.log_lines("ha"), case[2], "level " .. case[1])
     end
-    zh.profile_set("log", "ha_level", "3")
 end)
 
 T.case("fault boards are recorded once each, into the first free slot", function()

@@ -15,7 +15,6 @@ T.case("local and GMT getters fill the record keys and agree under the default U
 end)
 
 T.case("wrong counts: the local getter's result count, the GMT getter's 1; a platform 22 under the wrong name", function()
-    zh.log_clear()
     -- 0xFFFFFFFF returned as the result count is clamped by the engine to the stack height
     T.eq(T.results(m.qav_spt_SysLocalTimeGet({}, {})).n, 2)
     T.eq(m.qav_GetGMTSystime(), 1)
