@@ -122,7 +122,6 @@ T.case("bad paths and descriptions give the load code and one result", function(
     local broken = P.put("broken.xml", "<PackageDescription><Entity name='x'>")
     local noname = P.put("noname.xml", "<PackageDescription><Entity id='1'/></PackageDescription>")
     local badver = P.put("badver.xml", "<PackageDescription><Entity name='v'><Version>1.x</Version></Entity></PackageDescription>")
-    zh.log_clear()
     T.eq(issu(nil, good), { n = 1, -1 })
     T.eq({ issu(P.root .. "/none.xml", good), issu(good, broken) }, { { n = 1, -2 }, { n = 1, -3 } })
     T.has_lines(zh.log_lines("upgrade"), { "[ISSU] parse " .. P.root .. "/none.xml file failed.",

@@ -80,7 +80,6 @@ T.case("pat_startuppatchvalid tells bare patch files, packages and broken ones a
     local bare = P.put("bare.pat", "a bare patch file")
     local longer = patch("long2.pat", "--name", "X", "--file-length", "9999")
     local bad = patch("bad.pkg", "--number", "300")
-    zh.log_clear()
     T.eq(call("pat_startuppatchvalid", P.root .. "/gone.pat"), { n = 1, 4 })
     T.has_line(zh.log_lines("upgrade"), P.root .. "/gone.pat not exist!")
     zh.inject("PAT_IsFileExist", 7) -- a failing check reads as a missing file
