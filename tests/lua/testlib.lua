@@ -111,7 +111,8 @@ function T.second_process(code)
     return T.capture("'" .. qavlua .. "' --root '" .. root .. "' '" .. path .. "'")
 end
 
--- A time record (second, millSec and week default to 0); T.fresh() clears injected failures and logs.
+-- A time record (second, millSec and week default to 0); T.fresh() clears injected failures and logs,
+-- as at the start of every case.
 function T.tm(y, mo, d, h, mi, s, ms, wk)
     return { year = y, month = mo, date = d, hour = h, minute = mi, second = s or 0, millSec = ms or 0, week = wk or 0 }
 end
@@ -125,7 +126,7 @@ end
 -- Packs every result of a call, nils included: T.results(f(...)) -> {n = count, ...}
 function T.results(...) return { n = select("#", ...), ... } end
 
-function T.case(name, body) cases[#cases + 1] = { name = name, body = body } end
+function T.case(name, body) cases[#cases + 1] = { name = name, body = function() T.fresh() body() end } end
 
 function T.run()
     local passed, failed = 0, 0

@@ -10,11 +10,8 @@ local MISMATCH = 0x5A430006
 
 -- The cipher text with one base64 character of its body changed.
 local function tamper(cipher, position)
-    local body_start = cipher:find("$", 6, true) + 1
-    local i = body_start + (position or 20)
-    local c = cipher:sub(i, i)
-    local replacement = c == "A" and "B" or "A"
-    return cipher:sub(1, i - 1) .. replacement .. cipher:sub(i + 1)
+    local i = cipher:find("$", 6, true) + 1 + position
+    return cipher:sub(1, i - 1) .. (cipher:sub(i, i) == "A" and "B" or "A") .. cipher:sub(i + 1)
 end
 
 T.case("every algorithm round trips with the device key and with a key of the caller", function()
@@ -89,7 +86,6 @@ T.case("lengths and sizes: stated plain length, small outputs, the 17-byte passw
     local p17 = select(2, m.qav_EncryptPassword_EnhExp(string.rep("p", 17), 0))
     T.eq({ T.results(m.qav_DecryptPassword_Enh(p16)), T.results(m.qav_DecryptPassword_Enh(p17)) },
         { { n = 2, 0, string.rep("p", 16) }, { n = 2, BUFFER, "" } })
-    -- Unknown algorithms.
     T.eq({ m.qav_CRYPT_Encrypt("abc", 3, 433, 0, 7), m.qav_CRYPT_IsCipher((c:gsub("^zkc1%$0", "zkc1$7"))) }, { "", 1 })
 end)
 
@@ -150,10 +146,7 @@ T.case("bad calls get status 1 or an empty cipher text and the fixed log texts",
     T.eq({ T.results(m.qav_DecryptPassword_Enh()), T.results(m.qav_DecryptPassword_Enh({})) }, { { n = 2, 1, "" }, { n = 2, 1, "" } })
     T.eq(T.since(mark), { "0x09550004 L0 QAV_GetEcmCid proc fail SYSDT_SPTI_GetTop. uiRet = 1 ",
                           "0x09550004 L0 QAV_GetEcmCid proc fail SYSDT_SPTI_ToString. uiRet = 1 " })
-    zh.log_clear()
     T.eq({ T.results(m.qav_EncryptPassword_EnhExp("x")), T.results(m.qav_Crypt_Digest(nil)) }, { { n = 2, 1, "" }, { n = 2, 1, string.rep("\0", 33) } })
-    T.has_lines(zh.log_lines("base"), { "QAV_GetEcmCid proc fail SYSDT_SPTI_GetTop. uiRet = 1",
-        "QAV_GetEcmCid proc fail SYSDT_SPTI_ToString. uiRet = 1" })
     T.eq({ T.results(m.qav_CRYPT_Decrypt_Enhance("c", 1, 257, 0, nil)), T.results(m.qav_CRYPT_IsPlainTextSame("a", 1, 0, nil, 1, 0)) },
         { { n = 2, 1, "" }, { n = 1, 1 } })
     -- The encrypt-and-return-0 function ignores the platform's result.

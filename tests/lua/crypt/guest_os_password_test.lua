@@ -137,7 +137,6 @@ T.case("bad arguments, missing shadow after the change, and non-NPS devices", fu
     zh.inject()
     zh.profile_set("device", "nps", "0")
     T.eq(T.results(m.qav_VerifyAndSetGuestOSKey("guest", OLD, "Next#1")).n, 0)
-    zh.profile_set("device", "nps", "1")
 end)
 
 T.run()

@@ -4,10 +4,8 @@ local zh = require "zakhost"
 local m = libqavluacommon
 local R = zh.root()
 
-local reset = T.fresh
 
 T.case("hardware type from the board record and the package manager's record", function()
-    reset()
     T.eq({ T.results(m.qav_ZAK_GetHardType()), T.results(m.qav_ZAK_GetHardType_Inner()) }, { { n = 2, 0, 0x2001 }, { n = 2, 0, 0x2001 } })
     zh.profile_set("board", "hard_type", "0x3005")
     zh.profile_set("board", "inner_hard_type", "0x9999")
@@ -23,7 +21,6 @@ T.case("hardware type from the board record and the package manager's record", f
 end)
 
 T.case("CPU tick: high word first, moved by the clock", function()
-    reset()
     -- 2^32 ticks a second: the high word counts seconds
     zh.profile_set("device", "cpu_tick_hz", "4294967296")
     local hi1 = m.qav_ZAK_GetCpuTick()
@@ -41,7 +38,6 @@ T.case("CPU tick: high word first, moved by the clock", function()
 end)
 
 T.case("current process path", function()
-    reset()
     local code, path = m.qav_GetCurrentProcessPath()
     T.ok(code == 0 and path:sub(-#"/zakv8/main/bin") == "/zakv8/main/bin", path)
     zh.profile_set("device", "process_path", "/opt/app")
@@ -52,7 +48,6 @@ T.case("current process path", function()
 end)
 
 T.case("board reset for an NPU mode switch is traced and recorded, never carried out", function()
-    reset()
     zh.board_resets(true)
     T.eq(T.results(m.qav_ResetBoardForNpuModeSwitch(3)), { n = 0 })
     T.eq(zh.board_resets(), { 3 })
@@ -63,7 +58,6 @@ T.case("board reset for an NPU mode switch is traced and recorded, never carried
 end)
 
 T.case("CreateProcess validates and logs; nothing is started", function()
-    reset()
     local name = string.rep("n", 40)
     T.eq(T.results(m.CreateProcess(name, 7, "/opt/bin/app", "-x 1")), { n = 1, 0 })
     T.has_line(zh.log_lines("ha"),
@@ -77,7 +71,6 @@ T.case("CreateProcess validates and logs; nothing is started", function()
 end)
 
 T.case("DeleteProcess validates and logs below level 6", function()
-    reset()
     T.eq({ T.results(m.DeleteProcess("proc", 9)), zh.log_lines("ha") }, { { n = 1, 0 }, {} }, "level 5 line dropped by the default HA level 3")
     zh.profile_set("log", "ha_level", "5")
     T.eq(T.results(m.DeleteProcess("proc", 9)), { n = 1, 0 })
@@ -94,7 +87,6 @@ local function entry(type, cid, node, state)
 end
 
 T.case("component states of a board from the default database", function()
-    reset()
     local board2 = {
         entry(206, 0x10CE0001, 0x01010201, 1),
         entry(206, 0x10CE0002, 0x01010201, 2),
@@ -111,7 +103,6 @@ T.case("component states of a board from the default database", function()
 end)
 
 T.case("component states: bad board texts", function()
-    reset()
     for _, text in ipairs({ "x", "1/", "/2", "1/2/3", "-1", "", "4294967296", "123456789012345" }) do
         T.eq(T.results(m.qav_GetSemlsStateByOsnode(text)), { n = 1, 0xFFFFFFFF }, text)
     end
@@ -121,7 +112,6 @@ T.case("component states: bad board texts", function()
 end)
 
 T.case("component states: every failing service gives 0xFFFFFFFF and frees both buffers", function()
-    reset()
     local before = zh.memory().blocks
     local failures = {
         { "QAV_GetOsNodeListByBoardId" }, { "ZAK_GetHard_Info" }, { "ZAK_GetEnvValue" },
@@ -148,7 +138,6 @@ T.case("component states: every failing service gives 0xFFFFFFFF and frees both 
 end)
 
 T.case("component states of a board the profile describes", function()
-    reset()
     zh.profile_set("board", "shelf", "3")
     zh.profile_set("cmf_table_46", "rec9", "0x03000701,1,1,0,2,3,7")
     zh.profile_set("cmf_pid", "0x03000701", "-7")
@@ -162,7 +151,6 @@ T.case("component states of a board the profile describes", function()
 end)
 
 T.case("qav_SU_IsCurDirVerSame is a substring test on the working directory", function()
-    reset()
     -- "kv8/ma": not a component match
     T.eq({ T.results(m.qav_SU_IsCurDirVerSame("main/bin")), T.results(m.qav_SU_IsCurDirVerSame("kv8/ma")),
         T.results(m.qav_SU_IsCurDirVerSame("no-such-version-dir")), T.results(m.qav_SU_IsCurDirVerSame()) },

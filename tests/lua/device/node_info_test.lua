@@ -6,10 +6,8 @@ local R = zh.root()
 
 local write = T.write
 local function exists(path) return T.read(path) ~= nil end
-local reset = T.fresh
 
 T.case("qav_GetIniValue reads a key or answers 1 alone with the reason logged", function()
-    reset()
     write("../data/test.ini", "[sec one]\nkey a=value a\n[other]\nk=v\n")
     T.eq({ T.results(m.qav_GetIniValue("[sec one]", "key a", "../data/test.ini")), T.results(m.qav_GetIniValue("other", "k", "../data/test.ini")) },
         { { n = 2, 0, "value a" }, { n = 2, 0, "v" } })
@@ -22,7 +20,6 @@ T.case("qav_GetIniValue reads a key or answers 1 alone with the reason logged", 
 end)
 
 T.case("qav_GetVnfdPath consumes the installer's file", function()
-    reset()
     local ini = R .. "/zakv8/data/vnfd_path_info.ini"
     T.eq(T.results(m.qav_GetVnfdPath()), { n = 2, 0, "" })
     write(ini, "[vnfd_path_info]\nvnfd_path=/opt/vnfd/main.yaml\n")
@@ -34,7 +31,6 @@ T.case("qav_GetVnfdPath consumes the installer's file", function()
 end)
 
 T.case("qav_GetMMBDLDHandle: the home version file, or the consumed download path", function()
-    reset()
     T.eq(T.results(m.qav_GetMMBDLDHandle(2)), { n = 2, 0, R .. "/zakv8/main/home/vercfg.xml" })
     zh.profile_set("rpm", "comm_home_path", "/data/home")
     T.eq(T.results(m.qav_GetMMBDLDHandle(7)), { n = 2, 0, R .. "/data/home/vercfg.xml" })
@@ -55,7 +51,6 @@ T.case("qav_GetMMBDLDHandle: the home version file, or the consumed download pat
 end)
 
 T.case("VNF, VNFC and NE identity from the profile", function()
-    reset()
     -- a text longer than 31 characters does not fit the 32-byte buffers
     zh.profile_set("vnf", "version", string.rep("v", 32))
     T.eq(T.results(m.qav_GetCurVNFInfo()), { n = 5, 1, "", "", "", "" })
@@ -68,7 +63,6 @@ T.case("VNF, VNFC and NE identity from the profile", function()
 end)
 
 T.case("every deployment fact follows its profile key", function()
-    reset()
     local keys = {
         { "vnf", "instance_id" }, { "vnf", "name" }, { "vnf", "vnfd_id" }, { "vnf", "version" },
         { "vnfc", "instance_id" }, { "vnfc", "name" }, { "vnfc", "type" }, { "ne", "id" }, { "ne", "name" },
@@ -88,7 +82,6 @@ T.case("qav_GetVEType answers VNFC_TYPE, cut to 39 characters", function()
 end)
 
 T.case("qav_GetCurNodeInfo reads the running package's version file", function()
-    reset()
     os.execute("mkdir -p " .. R .. "/zakv8/main/home/V1")
     write(R .. "/zakv8/main/home/V1/vercfg.xml",
         "<Product><InterfaceId>IF-77</InterfaceId><NermVersion>NERM 2.1</NermVersion></Product>")
@@ -106,7 +99,6 @@ T.case("qav_GetCurNodeInfo reads the running package's version file", function()
 end)
 
 T.case("qav_Belto_IpAddrToStr: 1 and the dotted form, 0 on failure", function()
-    reset()
     T.eq({ T.results(m.qav_Belto_IpAddrToStr(0xC0A80001)), T.results(m.qav_Belto_IpAddrToStr(0xFFFFFFFF)),
         T.results(m.qav_Belto_IpAddrToStr()) }, { { n = 2, 1, "192.168.0.1" }, { n = 2, 1, "255.255.255.255" }, { n = 2, 0, "" } })
     zh.inject("NUK_IpAddrToStr", 1)
@@ -114,7 +106,6 @@ T.case("qav_Belto_IpAddrToStr: 1 and the dotted form, 0 on failure", function()
 end)
 
 T.case("qav_Belto_BinToAsc converts bytes to hexadecimal text", function()
-    reset()
     -- text, count, lower case, expected status and text; a count beyond the text converts the text only
     for _, c in ipairs { { "\1\171\255", 3, 0, 0, "01ABFF" }, { "\1\171\255", 2, 1, 0, "01ab" },
                          { string.rep("a", 22), 22, 0, 0, string.rep("61", 22) }, { string.rep("a", 23), 23, 0, 1, "" },
@@ -124,7 +115,6 @@ T.case("qav_Belto_BinToAsc converts bytes to hexadecimal text", function()
 end)
 
 T.case("qav_GetBackupInfoState: the platform's states, or 1, 2, 2 without the query", function()
-    reset()
     T.eq(T.results(m.qav_GetBackupInfoState()), { n = 3, 0, 0, 0 })
     zh.profile_set("backup", "state1", "1")
     zh.profile_set("backup", "state2", "3")
@@ -134,7 +124,6 @@ T.case("qav_GetBackupInfoState: the platform's states, or 1, 2, 2 without the qu
 end)
 
 T.case("package versions: the last one with its NUL counted, the current one", function()
-    reset()
     T.eq(T.results(m.qav_get_last_pkg_info()), { n = 2, 0, "V100R001C00SPC100\0" })
     zh.profile_set("rpm", "last_rpg_version", "")
     T.eq(T.results(m.qav_get_last_pkg_info()), { n = 1, -1 })
@@ -147,7 +136,6 @@ T.case("package versions: the last one with its NUL counted, the current one", f
 end)
 
 T.case("qav_GetNPSDiskSizeInfo reads /boot/disk_cfg.ini", function()
-    reset()
     T.eq(T.results(m.qav_GetNPSDiskSizeInfo("[disk]", "size")), { n = 2, 1, "" })
     write(R .. "/boot/disk_cfg.ini", "[disk]\nsize=64G\n")
     T.eq(T.results(m.qav_GetNPSDiskSizeInfo("[disk]", "size")), { n = 2, 0, "64G" })

@@ -3,7 +3,6 @@ local T = require "testlib"
 local zh = require "zakhost"
 local m = libqavluacommon
 
-local reset = T.fresh
 -- the component id of the default database's component of type 204
 local ECM_CID = 0x10CC0001
 -- The last event record must be this notice.
@@ -14,7 +13,6 @@ local function notice(info, format, values)
 end
 
 T.case("each notice sends its arguments under its own info code", function()
-    reset()
     T.eq(T.results(m.qav_ReportProcess(3, 40, "copying images")), { n = 1, 0 })
     notice("0x08091020", "%u%u%s", { 3, 40, "copying images" })
     T.eq(T.results(m.qav_ReportLogCollectFinish(17, 0, "/opt/log/collect.tar.gz")), { n = 1, 0 })
@@ -28,7 +26,6 @@ T.case("each notice sends its arguments under its own info code", function()
 end)
 
 T.case("wrong argument counts give 5005 and a base-log line, no record", function()
-    reset()
     -- one notice with a text and one without (the catalogue conformance test checks every count)
     T.eq({ T.results(m.qav_ReportProcess(3, 40)), T.results(m.szak_setDelayVote(1)) }, { { n = 1, 5005 }, { n = 1, 5005 } })
     T.has_lines(zh.log_lines("base"), { "QAV_ReportProcess proc fail. para num = 2", "SZAK_SetDelayVote proc fail. para num = 1" })
@@ -36,7 +33,6 @@ T.case("wrong argument counts give 5005 and a base-log line, no record", functio
 end)
 
 T.case("unusable arguments give 5005 and no record", function()
-    reset()
     local bad = {
         { m.qav_ReportProcess, { "x", 40, "d" }, "QAV_ReportProcess" },
         { m.qav_ReportProcess, { 3, 101, "d" }, "QAV_ReportProcess" },
@@ -56,7 +52,6 @@ T.case("unusable arguments give 5005 and no record", function()
 end)
 
 T.case("a failing event log is logged and its status pushed", function()
-    reset()
     zh.inject("QAV_EventLog", 0x42)
     T.eq(T.results(m.qav_ReportLogCollectFinish(1, 0, "p")), { n = 1, 0x42 })
     T.has_line(zh.log_lines("base"), "QAV_EventLog proc fail. uiRet = 66")

@@ -4,7 +4,6 @@ local zh = require "zakhost"
 local m = libqavluacommon
 
 T.case("qav_write_log: argument 2 to the diagnostic log; a table gives 2, three arguments 1", function()
-    zh.log_clear()
     T.eq(T.results(m.qav_write_log(nil, "hello diag")), { n = 1, 0 })
     T.has_line(zh.log_lines("diag"), "[lua-log]hello diag")
     T.eq({ m.qav_write_log(1, {}), m.qav_write_log(1, "a", "b"), (m.qav_write_log("only")) }, { 2, 1, 1 })
@@ -12,7 +11,6 @@ T.case("qav_write_log: argument 2 to the diagnostic log; a table gives 2, three 
 end)
 
 T.case("sdm_write_log: one text to log file 13", function()
-    zh.log_clear()
     T.eq(m.sdm_write_log("deploy step"), 0)
     T.has_line(zh.log_lines("sdm"), "[sdm-log]deploy step")
     T.eq({ m.sdm_write_log({}), (m.sdm_write_log("a", "b")) }, { 2, 1 })
@@ -20,7 +18,6 @@ T.case("sdm_write_log: one text to log file 13", function()
 end)
 
 T.case("pat_write_log cuts a long text in place to 299 characters, in the log and in the script's string", function()
-    zh.log_clear()
     local long = string.rep("x", 299) .. string.rep("y", 101)
     T.eq(m.pat_write_log(3, long), 0)
     -- the script's own string now holds a zero byte at position 300
@@ -32,7 +29,6 @@ T.case("pat_write_log cuts a long text in place to 299 characters, in the log an
 end)
 
 T.case("pat_trace_log writes to the trace file only when tracing is on for the text", function()
-    zh.log_clear()
     T.eq(m.pat_trace_log("step one"), 0)
     T.eq(#zh.log_lines("trace"), 0)
     zh.profile_set("patch", "trace", "1")
@@ -68,7 +64,6 @@ T.case("qav_free_dict_memory answers 0 whatever the platform says, 1 for a wrong
 end)
 
 T.case("qav_SU_RecordExceptionLog logs, records the HA fault and returns nothing", function()
-    zh.log_clear()
     T.eq(T.results(m.qav_SU_RecordExceptionLog(3, 17, 0x101)), { n = 0 })
     T.has_line(zh.log_lines("base"), "QAV_SU_RecordExceptionLog uiHafaultype=3, uiInstancdId=17, uiOsnode=257.")
     T.has_line(zh.log_lines("ha"), "HA fault type 3 instance 17 node 257")

@@ -34,7 +34,6 @@ T.case("flash sync success and failure: virtual-system records with their info c
 end)
 
 T.case("patch error record, echoed to the dialog hook or the patch log above level 1", function()
-    fresh()
     zh.patch_log_level(1)
     T.eq(m.qav_trap_patcherror(1, 2, 3, -4, "pkg.pat"), 0)
     only_event { call = "QAV_EventLog", cid = ECM_CID, info = "0x0D161002", format = "%u%u%u%d%s", values = { 1, 2, 3, -4, "pkg.pat" } }
@@ -58,7 +57,6 @@ T.case("patch error record, echoed to the dialog hook or the patch log above lev
 end)
 
 T.case("patch state record leads with 128 and 1 and carries the display version", function()
-    fresh()
     T.eq(m.pat_event_log("flash0:/patch/SPH001.PAT", 2, 3), 0)
     only_event { info = "0x0D161001", format = "%d%u%s%d%d", values = { 128, 1, "SPH001", 2, 3 } }
     T.has_line(zh.log_lines("patch"), "pcVersion = SPH001  iPatchType = 2  iPatchState = 3")
@@ -86,7 +84,6 @@ T.case("patch state record leads with 128 and 1 and carries the display version"
 end)
 
 T.case("summary upgrade success sends two records and keeps another trap's messages", function()
-    fresh()
     T.eq(m.qav_trap_sumupgradesuccess(5, "CH-1"), 0)
     local ev = zh.events()
     T.eq({ #ev, ev[1].info, ev[2].info, ev[1].values }, { 2, "0x09550000", "0x09551036", { 5, "CH-1" } })
@@ -102,7 +99,6 @@ T.case("summary upgrade success sends two records and keeps another trap's messa
 end)
 
 T.case("ISSU state never fails on types; image error needs all three strings", function()
-    fresh()
     T.eq(m.qav_trap_sysissu({}, "x"), 0)
     only_event { info = "0x09550003", format = "%d%d", values = { 0, 0 } }
     T.has_line(zh.log_lines("base"), "iIssuState = 0, iIssuCheck = 0")
@@ -116,7 +112,6 @@ T.case("ISSU state never fails on types; image error needs all three strings", f
 end)
 
 T.case("clock change replaces year to second from the packed string, keeps week and millSec", function()
-    fresh()
     local now = {}
     m.qav_spt_SysLocalTimeGet(now)
     T.eq(m.qav_trap_clockchange(string.char(0x07, 0xE8, 2, 29, 23, 58, 59)), 0)
@@ -137,7 +132,6 @@ T.case("clock change replaces year to second from the packed string, keeps week 
 end)
 
 T.case("UTC clock change: the new time as text, then both records", function()
-    fresh()
     local old, new = tm(2024, 1, 2, 3, 4, 5, 6, 2), tm(2025, 12, 31, 23, 59, 58, 999, 3)
     T.eq(m.qav_trap_UTCclockchange(old, new), 0)
     local ev = zh.events()
@@ -161,7 +155,6 @@ T.case("UTC clock change: the new time as text, then both records", function()
 end)
 
 T.case("system reload: ten values, the last a constant 0", function()
-    fresh()
     local when = tm(2024, 5, 6, 7, 8, 9, 10, 1)
     T.eq(m.qav_trap_sysreload(1, 2, 3, "power", when, 4, 5, 6, 7), 0)
     only_event { info = "0x0809000B", format = "%d%d%d%s%_T_12%d%d%d%d%d", values = { 1, 2, 3, "power", when, 4, 5, 6, 7, 0 } }
@@ -175,7 +168,6 @@ T.case("system reload: ten values, the last a constant 0", function()
 end)
 
 T.case("slave switchover success: filtered for the local chassis within a second, component id from the location", function()
-    fresh()
     zh.profile_set("component", "base_cids", "0x77,0x78")
     local blocks = zh.memory()
     local local_chassis = tonumber(zh.profile("device", "chassis"))
@@ -210,7 +202,6 @@ T.case("slave switchover success: filtered for the local chassis within a second
 end)
 
 T.case("slave switchover failure has no filter", function()
-    fresh()
     zh.profile_set("component", "base_cids", "0x99")
     T.eq({ m.qav_trap_slvswitchfail(3, "CH3"), (m.qav_trap_slvswitchfail(3, "CH3")) }, { 0, 0 })
     local ev = zh.events()
@@ -221,7 +212,6 @@ T.case("slave switchover failure has no filter", function()
 end)
 
 T.case("debug records: full 5000-byte pieces under component 0, the rest under the own code", function()
-    fresh()
     local text = string.rep("a", 5000) .. string.rep("b", 5000)
     T.eq(m.qav_dbg_event_log(text), 0)
     local ev = zh.events()

@@ -33,7 +33,6 @@ T.case("descriptor numbers not opened here are refused and left alone", function
     T.ok(own:write("!"), "the interpreter's file is still open")
     own:close()
     T.eq(read_file("own.txt"), "keep!")
-    T.ok(io.stderr:write("") and io.stdout:write(""), "standard output and error are still open")
 end)
 
 T.case("each mode maps to its flags: truncate, append, create with 0640", function()
@@ -95,7 +94,6 @@ end)
 
 T.case("a failing platform read passes its code through with nil data", function()
     local fd, h = open("r.txt", "r", "abc")
-    zh.log_clear()
     zh.inject("P_ZAK_Read", -1048583)
     T.eq(T.results(m.qav_spt_fread(h, fd, 3, 0)), { n = 3, -1048583, nil, nil })
     T.has_line(zh.log_lines("diag"), "QAV read file error.")

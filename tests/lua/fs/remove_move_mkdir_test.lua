@@ -21,7 +21,6 @@ end)
 
 T.case("remove refuses '.' and '..' as the last component but reports success", function()
     F.ok("mkdir -p keep/inner")
-    F.clear()
     T.eq(T.results(m.luafs_rm("keep/inner/..", RECURSIVE)), { n = 1, 0 })
     T.eq({ m.luafs_rm("keep/.", RECURSIVE), (m.luafs_rm("keep/..//", RECURSIVE)) }, { 0, 0 })
     T.has_line(F.messages(), "can't remove '.' or '..'")

@@ -19,7 +19,6 @@ end)
 
 T.case("matching NE type and intact files pass; another NE type fails", function()
     zh.setenv("VNFC_TYPE", "VNFC_A")
-    zh.log_clear()
     T.eq({ m.qav_CheckInfoFromXml(good, true), m.qav_CheckModInfoFromXml(good, true) }, { 0, 0 })
     T.no_line(F.patch_log(), "QAV_CheckXmlInfo failed")
     zh.setenv("VNFC_TYPE", "VNFC_B")

@@ -80,7 +80,6 @@ T.case("pat_startuppatchvalid tells bare patch files, packages and broken ones a
     local bare = P.put("bare.pat", "a bare patch file")
     local longer = patch("long2.pat", "--name", "X", "--file-length", "9999")
     local bad = patch("bad.pkg", "--number", "300")
-    zh.log_clear()
     T.eq(call("pat_startuppatchvalid", P.root .. "/gone.pat"), { n = 1, 4 })
     T.has_line(zh.log_lines("upgrade"), P.root .. "/gone.pat not exist!")
     zh.inject("PAT_IsFileExist", 7) -- a failing check reads as a missing file
@@ -106,7 +105,6 @@ T.case("pat_check_inrpkg compares two packages", function()
 end)
 
 T.case("pat_GetHardtypeOfColdPatHardRst lists each cold board type once", function()
-    zh.log_clear()
     T.eq(call("pat_GetHardtypeOfColdPatHardRst", cold, "MAINRPG", "V1.00.10"), { n = 2, 0, { 0x3003, 0x4004 } })
     local log = zh.log_lines("upgrade")
     T.has_lines(log, { "Get hardtypes of cold pat using hard reset policy func enter",
@@ -120,7 +118,6 @@ T.case("pat_GetHardtypeOfColdPatHardRst lists each cold board type once", functi
     -- A node allocation failing part-way releases what was listed.
     zh.inject("RPM_Os_Alloc", 0, 1)
     T.eq(call("pat_GetHardtypeOfColdPatHardRst", cold, "MAINRPG", "V1.00.10"), { n = 1, -1 })
-    zh.inject()
 end)
 
 T.run()

@@ -74,7 +74,6 @@ T.case("file digests cover whole files and byte ranges", function()
 end)
 
 T.case("pat_GetCrlPath answers from the platform service when there is one", function()
-    zh.log_clear()
     T.eq(call("pat_GetCrlPath"), { n = 2, 0, P.root .. "/zakv8/main/home/crl" })
     T.has_lines(zh.log_lines("cms"), { "Get crl path is enter", "Get crl path: " .. P.root .. "/zakv8/main/home/crl" })
     zh.inject("ZAK_GetCRLFileRootPath", 3)
@@ -83,11 +82,9 @@ T.case("pat_GetCrlPath answers from the platform service when there is one", fun
     zh.profile_set("cms", "crl_service", "0")
     T.eq(call("pat_GetCrlPath"), { n = 1, 0 })
     T.has_line(zh.log_lines("cms"), "Get crl file path func is null")
-    zh.profile_set("cms", "crl_service", nil)
 end)
 
 T.case("rpm_issulog writes the text at the given level", function()
-    zh.log_clear()
     T.eq(call("rpm_issulog", 5, "switching over 50%"), { n = 0 })
     T.has_line(zh.log_lines("issu"), "switching over 50%")
     -- Without a text the placeholder is the one result.

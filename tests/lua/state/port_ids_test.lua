@@ -42,7 +42,6 @@ T.case("numeric strings and wrapped numbers are read as unsigned ids", function(
 end)
 
 T.case("a node that cannot be allocated fails without touching other nodes", function()
-    zh.log_clear()
     zh.inject("ZAK_Malloc_F", 0)
     T.eq(T.results(m.qav_luaAssignPortID(0x0E41)), { n = 2, 1, 41000 })
     T.has_line(zh.log_lines("diag"), "QAV NewOsNodeIndexList Malloc cb failed, Malloc=")
