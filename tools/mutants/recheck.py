@@ -20,9 +20,9 @@ import subprocess
 import sys
 import tempfile
 
-spec = importlib.util.spec_from_file_location("mutate", sys.argv[1])
-M = importlib.util.module_from_spec(spec)
-spec.loader.exec_module(M)
+tool = importlib.util.spec_from_file_location("mutate", sys.argv[1])
+M = importlib.util.module_from_spec(tool)
+tool.loader.exec_module(M)
 repo, src, dst = sys.argv[2:5]
 select = re.compile(sys.argv[5]) if len(sys.argv) > 5 else None
 
