@@ -65,19 +65,12 @@ std::string indented(const std::string &text, const char *prefix, size_t max_lin
 
 // ---- JSON ------------------------------------------------------------------------------------
 
-Json strings(const std::vector<std::string> &items) {
-    Json array = Json::array();
-    for (const auto &s : items)
-        array.push_back(s);
-    return array;
-}
-
 Json to_json(const SweepReport &report) {
     Json j = Json::object();
-    j["tool"] = std::string("qavlua sweep");
+    j["tool"] = "qavlua sweep";
     j["kind"] = report.kind;
     j["script"] = report.script;
-    j["args"] = strings(report.args);
+    j["args"] = report.args;
     if (!report.recover.empty()) j["recover"] = report.recover;
     if (!report.check.empty()) j["check"] = report.check;
     j["total"] = report.total;
@@ -85,10 +78,7 @@ Json to_json(const SweepReport &report) {
     if (report.merged_shards.empty()) {
         j["shard"] = report.shard;
     } else {
-        Json merged = Json::array();
-        for (int s : report.merged_shards)
-            merged.push_back(s);
-        j["merged_shards"] = merged;
+        j["merged_shards"] = report.merged_shards;
     }
     j["shards"] = report.shards;
     j["jobs"] = report.jobs;
@@ -109,8 +99,8 @@ Json to_json(const SweepReport &report) {
         r["status"] = run.status;
         r["message"] = run.message;
         r["detail"] = run.detail;
-        r["locks"] = strings(run.locks);
-        r["diff"] = strings(run.diff);
+        r["locks"] = run.locks;
+        r["diff"] = run.diff;
         r["ms"] = run.ms;
         r["copy_us"] = run.copy_us;
         runs.push_back(r);

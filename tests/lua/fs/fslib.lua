@@ -34,7 +34,7 @@ function F.clear() zh.log_clear() end
 
 -- With the messages cleared, `call(...)` must answer `code` and leave a message containing `text`.
 function F.fails(code, text, call, ...)
-    zh.log_clear()
+    F.clear()
     T.eq(call(...), code, text)
     T.has_line(F.messages(), text)
 end
